@@ -1,0 +1,312 @@
+// GLWaveEdit: a multi-document audio wave editor that lives as one child
+// window of the OpenGL shell.
+//
+// The active document lives in the mirror fields of this class (path, peaks,
+// frames, rate, channels, duration, view, selection and the two source
+// flags); every operation reads and changes only those. Each tab has an
+// AudioDocument record in Documents, and only the document operations move
+// data between mirror and record. Leaving a document is always: store into
+// the record, stop playback, then change the mirror.
+//
+// Everything here runs on the thread that drives the child window; the only
+// other thread is the one inside GLDeckAudioPlayer, which plays its own copy
+// of the frames.
+//
+// Index of operations, in the order of the class (and of glwaveedit.cpp):
+//   Lifecycle         constructors, Init, Destroy, SourcePath
+//   Documents         NewUntitledDocument, CloseActiveDocument, CloseDocument,
+//                     StoreActiveDocument, LoadActiveDocument,
+//                     SetExternalPeakWaveform, SaveToFile, window state
+//   Waveform queries  HasWaveform ... InvalidateWaveCaches
+//   Time view         FitViewToData, ClampView, TimeForMouse, XForTime,
+//                     ZoomAroundTime, AlignViewToPlaybackPage
+//   Plot layout       UpdatePlotRect ... CloseTabMenu
+//   Transport         PlayFromCurrentPosition ... IsPlaybackPaused
+//   Playback sync     SyncPlaybackState, DisplayedTimeSec
+//   Selection         HasSelection ... EmitSelectionChanged
+//   Clipboard edits   RequestCopySelection ... RequestDeleteSelection
+//   Gain              ApplyGainPercent
+//   Input             MouseProcessing, mouse events, HandleGlobalKey
+//   Render side       Render, NiceTimeStep, FormatTimeLabel (glwaveedit_render.cpp)
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "glchildwindow.h"
+#include "glcolor.h"
+#include "signalslot.h"
+
+class GLDeckAudioPlayer;
+
+class GLWaveEdit : public GLChildWindow
+{
+    // The tests' one way to the private operations.
+    friend struct GLWaveEditTestAccess;
+
+public:
+    // One waveform column.
+    struct WaveSample
+    {
+        double TimeSec = 0.0;  // centre time of the column
+        double MinAmp = 0.0;   // lowest amplitude, -1.0..1.0
+        double MaxAmp = 0.0;   // highest amplitude, -1.0..1.0
+    };
+
+private:
+    // What a held button is doing.
+    enum DragMode : unsigned int
+    {
+        DragNone = 0,
+        DragSeek = 1,                  // left: preview a position, commit at release
+        DragPan = 2,                   // middle: move the view with the pointer
+        DragSelect = 3,                // shift-left: sweep a new selection
+        DragResizeSelectionStart = 4,  // shift-left on an edge: move SelectionStartValueSec
+        DragResizeSelectionEnd = 5,    // shift-left on an edge: move SelectionEndValueSec
+    };
+
+    // The stored state of one tab; the mirror fields hold the active one live.
+    struct AudioDocument
+    {
+        std::string SourceFilePath;        // path, or the name of an untitled document
+        std::vector<float> ExternalPeaks;  // host's peaks, evenly over the document
+        std::vector<float> PcmFrames;      // interleaved float frames
+        int PcmSampleRate = 48000;
+        int PcmChannels = 2;
+        double DurationSec = 0.0;
+        double ViewStartSec = 0.0;
+        double ViewEndSec = 1.0;
+        double SelectionStartSec = 0.0;  // raw pair, unordered
+        double SelectionEndSec = 0.0;
+        bool bUseExternalPeaks = false;
+        bool bUsePcmFrames = false;
+
+        AudioDocument() = default;
+        AudioDocument(AudioDocument&&) noexcept = default;
+        AudioDocument& operator=(AudioDocument&&) noexcept = default;
+        ~AudioDocument() = default;
+    };
+
+public:
+    // Colours, made by Init and deleted by Destroy.
+    GLColor* pBackgroundColor = nullptr;
+    GLColor* pPlotBackColor = nullptr;
+    GLColor* pWaveColor = nullptr;
+    GLColor* pWaveFillColor = nullptr;
+    GLColor* pGridColor = nullptr;
+    GLColor* pAxisColor = nullptr;
+    GLColor* pSelectionFillColor = nullptr;
+    GLColor* pSelectionBorderColor = nullptr;
+    GLColor* pPlayheadColor = nullptr;
+    GLColor* pHoverColor = nullptr;
+    GLColor* pTabBackColor = nullptr;
+    GLColor* pTabActiveColor = nullptr;
+    GLColor* pTabBorderColor = nullptr;
+    GLColor* pTextColor = nullptr;
+    GLColor* pBorderColor = nullptr;
+    GLColor* pBorderFocusColor = nullptr;
+
+    double DurationSec = 0.0;     // length of the active document (mirror)
+    double CurrentTimeSec = 0.0;  // play position
+    double PreviewTimeSec = 0.0;  // position shown under a seek drag
+    double ViewStartSec = 0.0;    // left end of the visible span (mirror)
+    double ViewEndSec = 1.0;      // right end of the visible span (mirror)
+
+    // Settings the host may change at any time.
+    double BorderWidth = 5.0;     // part of the label band's height, pixels
+    double PaddingPx = 8.0;       // padding inside the window
+    double LabelBandPx = 20.0;    // least height of the time label band
+    double WheelZoomStep = 0.22;  // one wheel step zooms by 1 + this
+    double MinViewSpanSec = 0.1;  // narrowest view that zooming aims for
+    int DesiredXTicks = 6;        // wanted ticks on the time axis
+    int FontPx = 0;               // text size; 0 or less takes the renderer's own
+    bool bShowGrid = true;
+    bool bShowSelection = true;
+    bool bWaveFill = true;
+
+    // Host hooks, called synchronously on the frame thread. An empty one
+    // counts as absent.
+    std::function<bool()> HasWaveformProvider;                           // by HasWaveform
+    std::function<float(double, double)> WaveformPeakProvider;           // peak of a span, last source
+    std::function<bool(double, double, float&, float&)> WaveformRangeProvider;  // min/max of a span
+    std::function<bool(double, double, int, std::vector<WaveSample>&)> WaveformLodProvider;  // render side
+    std::function<double()> CurrentTimeProvider;  // host's play position, while the editor has no data
+    std::function<double()> DurationProvider;     // host's duration, while the editor has no data
+    std::function<bool()> IsPreloadingProvider;   // render side: the host is still loading
+    std::function<double()> PreloadProgressProvider;  // render side: 0.0..1.0
+
+    // Notifications, fired synchronously once the state they report is final.
+    Signal<double> SignalSeekPreview;    // each held pass of a seek drag: the preview time
+    Signal<double> SignalSeekCommitted;  // a committed seek, while the editor has no PCM
+    Signal<bool> SignalTogglePause;      // space, while the editor has no PCM; always true
+    Signal<double, double> SignalSelectionChanged;  // ordered selection, or 0.0, 0.0 for none
+    Signal<std::string, double, double> SignalEditActionRequested;  // an edit done: word and span
+    Signal<std::string> SignalActiveDocumentChanged;  // path of the document just made active
+
+private:
+    std::string SourceFilePath;          // (mirror)
+    std::vector<float> ExternalPeaks;    // (mirror)
+    std::vector<float> PcmFrames;        // interleaved, PcmChannels per frame (mirror)
+    std::vector<float> ClipboardFrames;  // one clipboard for all documents
+    std::unique_ptr<GLDeckAudioPlayer> AudioPlayer;  // made on the first play
+    int PcmSampleRate = 48000;                       // (mirror)
+    int PcmChannels = 2;                             // (mirror)
+    int ClipboardSampleRate = 48000;
+    int ClipboardChannels = 2;
+    bool bUseExternalPeaks = false;  // (mirror)
+    bool bUsePcmFrames = false;      // (mirror)
+    double HoverTimeSec = 0.0;       // time under the pointer, last inside value
+    double HoverPeak = -1.0;         // peak there; -1.0 when no source answers
+    double CommittedSeekDisplaySec = -1.0;  // time held on display; negative: none
+    int CommittedSeekDisplayFrames = 0;     // passes the hold may still last
+    double PlotX1 = 0.0;
+    double PlotY1 = 0.0;
+    double PlotX2 = 0.0;
+    double PlotY2 = 0.0;
+    double SelectionAnchorSec = 0.0;
+    double SelectionStartValueSec = 0.0;  // raw pair, unordered (mirror)
+    double SelectionEndValueSec = 0.0;
+    double DragAnchorTimeSec = 0.0;
+    double DragAnchorViewStartSec = 0.0;
+    double DragAnchorViewEndSec = 0.0;
+    double DragAnchorMouseX = 0.0;
+    bool bViewInitialized = false;  // false until the view has had its first fit
+    bool bHover = false;            // the pointer is over the plot
+    DragMode ActiveDrag = DragNone;
+    bool bRenderSamplesValid = false;  // the render cache below may be used
+    double CachedRenderStartSec = 0.0;
+    double CachedRenderEndSec = 0.0;
+    int CachedRenderSampleCount = 0;
+    double CachedRenderWidthPx = 0.0;
+    std::vector<WaveSample> CachedRenderSamples;
+    std::vector<AudioDocument> Documents;  // the tabs, in tab order
+    int ActiveDocumentIndex = -1;          // -1 while there is no document
+    int UntitledCounter = 1;               // number of the next untitled document
+    bool bTabMenuOpen = false;
+    int TabMenuDocumentIndex = -1;
+    double TabMenuX = 0.0;
+    double TabMenuY = 0.0;
+
+public:
+    // --- Lifecycle ---
+    GLWaveEdit();
+    explicit GLWaveEdit(int iChildWindowID);
+    GLWaveEdit(const GLWaveEdit&) = delete;
+    GLWaveEdit& operator=(const GLWaveEdit&) = delete;
+    ~GLWaveEdit() override;
+    bool Init() override;     // makes the sixteen colours
+    void Destroy() override;  // deletes them; nothing else
+    const std::string& SourcePath() const;
+
+    // --- Documents ---
+    void NewUntitledDocument();
+    void CloseActiveDocument();
+    // Decodes Path (when not empty) to 48000 Hz stereo float and appends it as
+    // the active tab. A file that fails still gives a tab with Peaks and
+    // DurationSeconds.
+    void SetExternalPeakWaveform(const std::string& Path, const std::vector<float>& Peaks,
+                                 double DurationSeconds);
+    // The active document's frames through the encoder; the format follows
+    // the extension of Path.
+    bool SaveToFile(const std::string& Path, int BitrateKbps, std::string* ErrorMessage = nullptr) const;
+    const char* GetStateType() const override;
+    void SerializeExtraState(nlohmann::json& j) const override;
+    void ApplyExtraState(const nlohmann::json& j) override;
+
+private:
+    void CloseDocument(int Index);
+    void StoreActiveDocument();
+    void LoadActiveDocument(int Index);
+
+    // --- Waveform queries ---
+    bool HasWaveform() const;
+    bool ExternalRangeForSpan(double StartSec, double EndSec, double& MinOut, double& MaxOut) const;
+    bool ExternalLodForSpan(double StartSec, double EndSec, int TargetSamples,
+                            std::vector<WaveSample>& OutSamples) const;
+    bool WaveformRangeForSpan(double StartSec, double EndSec, double& MinOut, double& MaxOut) const;
+    double WaveformPeakForSpan(double StartSec, double EndSec) const;
+    void InvalidateWaveCaches();
+
+public:
+    // --- Time view ---
+    void FitViewToData();
+
+private:
+    void ClampView();
+    double TimeForMouse(double MouseX) const;
+    double XForTime(double TimeSec) const;
+    void ZoomAroundTime(double AnchorSec, double Ratio);
+    void AlignViewToPlaybackPage(bool bForceSnapToPage);
+
+    // --- Plot layout ---
+    void UpdatePlotRect(bool bApplyActiveWindowDelta);
+    void GetActiveWindowPreviewDelta(double& OutDeltaX, double& OutDeltaY) const;
+    bool IsInsidePlot(double X, double Y) const;
+    bool IsInsideTabBar(double X, double Y) const;
+    int HitTestDocumentTab(double X, double Y) const;
+    int HitTestDocumentTabClose(double X, double Y) const;
+    bool IsInsideTabMenu(double X, double Y) const;
+    int HitTestTabMenuItem(double X, double Y) const;
+    void OpenTabMenu(double X, double Y, int TabIndex);
+    void CloseTabMenu();
+
+public:
+    // --- Transport ---
+    bool PlayFromCurrentPosition(std::string* ErrorMessage = nullptr);
+    bool PlaySelectionOrCurrent(std::string* ErrorMessage = nullptr);
+    void PausePlayback();
+    void StopPlayback();
+    void TogglePlayback(std::string* ErrorMessage = nullptr);
+    void SeekPlaybackTo(double TargetSeconds);
+    void SeekPlaybackRelative(double DeltaSeconds);
+    bool IsPlaybackActive() const;
+    bool IsPlaybackPaused() const;
+
+private:
+    // --- Playback sync ---
+    void SyncPlaybackState();
+    double DisplayedTimeSec() const;
+
+public:
+    // --- Selection ---
+    bool HasSelection() const;
+    double SelectionStartSec() const;
+    double SelectionEndSec() const;
+    void ClearSelection(bool bEmitSignal);
+    void SetHostedSelection(double StartSeconds, double EndSeconds);
+
+private:
+    double SelectionEdgeHitToleranceSec() const;
+    void EmitSelectionChanged();
+
+public:
+    // --- Clipboard edits ---
+    void RequestCopySelection();
+    void RequestCutSelection();
+    void RequestPasteAtSelection();
+    void RequestDeleteSelection();
+
+    // --- Gain ---
+    bool ApplyGainPercent(double Percent, std::string* ErrorMessage = nullptr);
+
+    // --- Input ---
+    void MouseProcessing() override;
+    void EventMouseOut() override;
+    void EventMouseClick(int ButtonID, double x, double y) override;
+    void EventMouseRelease(int ButtonID, double x, double y) override;
+    void EventMouseDoubleClick(int ButtonID) override;
+    bool HandleGlobalKey(int KeySym, bool ShiftMod, bool ControlMod, bool AltMod) override;
+
+    // --- Render side ---
+    void Render(GLdouble X1Clip, GLdouble Y1Clip, GLdouble X2Clip, GLdouble Y2Clip, GLdouble OffsetX,
+                GLdouble OffsetY) override;
+    void Render(GLdouble OffsetX, GLdouble OffsetY) override;
+
+private:
+    double NiceTimeStep(double RoughStepSec) const;
+    std::string FormatTimeLabel(double TimeSec) const;
+};

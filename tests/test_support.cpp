@@ -1,0 +1,93 @@
+#include "test_support.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "sdl_compat.h"
+
+TestHost::TestHost(int WidthPx, int HeightPx)
+{
+    Host.pCoreSDL = std::make_unique<CoreSDL>();
+    Host.pCoreSDL->Width = WidthPx;
+    Host.pCoreSDL->Height = HeightPx;
+    Host.pRend = std::make_unique<Rend>();
+    Host.pMouse = std::make_unique<Mouse>();
+    Host.pTarvik = std::make_unique<Tarvik>();
+    p = &Host;
+    SDL_SetModState(static_cast<decltype(SDL_GetModState())>(0));
+}
+
+TestHost::~TestHost()
+{
+    p = nullptr;
+    SDL_SetModState(static_cast<decltype(SDL_GetModState())>(0));
+}
+
+void SetPointer(Mouse& Pointer, double X, double Y, bool bLeft, bool bMiddle)
+{
+    Pointer.BeginFrame();
+    Pointer.X3D = X;
+    Pointer.Y3D = Y;
+    Pointer.pButton[0] = bLeft;
+    Pointer.pButton[1] = bMiddle;
+}
+
+static std::string Fixed(double Value)
+{
+    char text[64];
+    std::snprintf(text, sizeof(text), "%f", Value);
+    return text;
+}
+
+SignalLog::SignalLog(GLWaveEdit& Editor)
+{
+    Editor.SignalSeekPreview.connect([this](double T) { Lines.push_back("preview " + Fixed(T)); });
+    Editor.SignalSeekCommitted.connect([this](double T) { Lines.push_back("commit " + Fixed(T)); });
+    Editor.SignalTogglePause.connect([this](bool B) { Lines.push_back(B ? "toggle true" : "toggle false"); });
+    Editor.SignalSelectionChanged.connect(
+        [this](double A, double B) { Lines.push_back("selection " + Fixed(A) + " " + Fixed(B)); });
+    Editor.SignalEditActionRequested.connect([this](std::string Action, double A, double B) {
+        Lines.push_back("edit " + Action + " " + Fixed(A) + " " + Fixed(B));
+    });
+    Editor.SignalActiveDocumentChanged.connect([this](std::string Path) { Lines.push_back("active " + Path); });
+}
+
+std::vector<float> ConstantFrames(size_t FrameCount, float Left, float Right)
+{
+    std::vector<float> frames(FrameCount * 2);
+    for (size_t f = 0; f < FrameCount; ++f)
+    {
+        frames[2 * f] = Left;
+        frames[2 * f + 1] = Right;
+    }
+    return frames;
+}
+
+std::vector<float> RampFrames(size_t FrameCount, float Scale)
+{
+    std::vector<float> frames(FrameCount * 2);
+    for (size_t f = 0; f < FrameCount; ++f)
+    {
+        frames[2 * f] = static_cast<float>(f) * Scale;
+        frames[2 * f + 1] = -static_cast<float>(f) * Scale;
+    }
+    return frames;
+}
+
+std::string ScratchPath(const std::string& FileName)
+{
+    const std::filesystem::path folder(GLWE_TEST_SCRATCH_DIR);
+    std::filesystem::create_directories(folder);
+    return (folder / FileName).string();
+}
+
+std::string MakeFfmpegFixture(const std::string& FileName, const std::string& Arguments)
+{
+    const std::string path = ScratchPath(FileName);
+    const std::string command = std::string("\"") + GLWE_FFMPEG_PATH + "\" -y -hide_banner -loglevel error " +
+                                Arguments + " \"" + path + "\"";
+    if (std::system(command.c_str()) != 0)
+        return "";
+    return path;
+}
