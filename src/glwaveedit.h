@@ -267,6 +267,8 @@ public:
     bool IsPlaybackPaused() const;
 
 private:
+    bool StartPlaybackAt(double RequestedStartSec, std::string* ErrorMessage);
+
     // --- Playback sync ---
     void SyncPlaybackState();
     double DisplayedTimeSec() const;
@@ -290,6 +292,11 @@ public:
     void RequestPasteAtSelection();
     void RequestDeleteSelection();
 
+private:
+    void RemoveSelectedFrames(const char* Action);
+    void FinishEdit(const char* Action, double SpanStartSec, double SpanEndSec);
+
+public:
     // --- Gain ---
     bool ApplyGainPercent(double Percent, std::string* ErrorMessage = nullptr);
 
@@ -301,6 +308,15 @@ public:
     void EventMouseDoubleClick(int ButtonID) override;
     bool HandleGlobalKey(int KeySym, bool ShiftMod, bool ControlMod, bool AltMod) override;
 
+private:
+    void BeginLeftDrag(double MouseX);
+    void BeginPan(double MouseX);
+    void HoldDrag(double MouseX, bool bLeftDown, bool bMiddleDown);
+    void ApplySeekPositionRule(double MouseX);
+    void CommitSeek(double TimeSec);
+    bool IsOnSelectionEdge(double TimeSec, double ToleranceSec) const;
+
+public:
     // --- Render side ---
     void Render(GLdouble X1Clip, GLdouble Y1Clip, GLdouble X2Clip, GLdouble Y2Clip, GLdouble OffsetX,
                 GLdouble OffsetY) override;

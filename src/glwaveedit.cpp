@@ -1,0 +1,1558 @@
+// GLWaveEdit: the editor's behaviour. Sections follow the class declaration:
+// Lifecycle, Documents, Import, Saving and window state, Waveform queries,
+// Time view, Plot layout, Transport, Playback sync, Selection, Clipboard
+// edits, Gain, Input. The render side lives in glwaveedit_render.cpp.
+
+#include "glwaveedit.h"
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <limits>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/channel_layout.h>
+#include <libavutil/mathematics.h>
+#include <libswresample/swresample.h>
+}
+
+#include "audio_codec_internal.h"
+#include "core.h"
+#include "gldeck_audio_player.h"
+#include "glgeometry.h"
+#include "glkeyaction.h"
+#include "gltheme.h"
+#include "sdl_compat.h"
+
+// The format of all decoded audio in the editor.
+const int kWaveEditSampleRate = 48000;
+const int kWaveEditChannels = 2;
+
+// Brings V into 0.0..1.0; anything not finite counts as 0.0.
+static double Clamp01(double V)
+{
+    if (!std::isfinite(V) || V < 0.0)
+        return 0.0;
+    return std::min(1.0, V);
+}
+
+// --- Large buffers ---
+// An hour of stereo float is 1.4 GB. First touch of fresh 4 KiB pages costs
+// seconds at that size, so big buffers ask for transparent huge pages before
+// they are touched, and copies reuse capacity that is already there.
+
+static constexpr size_t kHugePageBytes = size_t(2) << 20;
+
+// Gives V room for Floats values without touching new memory before the
+// kernel has been asked for huge pages. Keeps V's content.
+static void ReserveFloats(std::vector<float>& V, size_t Floats)
+{
+    if (V.capacity() >= Floats)
+        return;
+    std::vector<float> fresh;
+    fresh.reserve(Floats);
+    const size_t bytes = Floats * sizeof(float);
+    if (bytes >= 4 * kHugePageBytes)
+    {
+        // madvise wants a page-aligned start; the unaligned head stays small pages.
+        const uintptr_t begin = reinterpret_cast<uintptr_t>(fresh.data());
+        const uintptr_t aligned = (begin + kHugePageBytes - 1) & ~(kHugePageBytes - 1);
+        const uintptr_t end = begin + bytes;
+        if (aligned < end)
+            madvise(reinterpret_cast<void*>(aligned), end - aligned, MADV_HUGEPAGE);
+    }
+    fresh.insert(fresh.end(), V.begin(), V.end());
+    V.swap(fresh);
+}
+
+// Dst becomes a copy of First..Last, reusing Dst's capacity where it suffices.
+static void AssignFloats(std::vector<float>& Dst, const float* First, const float* Last)
+{
+    Dst.clear();
+    ReserveFloats(Dst, static_cast<size_t>(Last - First));
+    Dst.insert(Dst.end(), First, Last);
+}
+
+static void AssignFloats(std::vector<float>& Dst, const std::vector<float>& Src)
+{
+    AssignFloats(Dst, Src.data(), Src.data() + Src.size());
+}
+
+// --- Lifecycle ---
+
+GLWaveEdit::GLWaveEdit() = default;
+
+GLWaveEdit::GLWaveEdit(int iChildWindowID) : GLWaveEdit()
+{
+    ChildWindowID = static_cast<int64_t>(iChildWindowID);
+}
+
+// Members go in reverse order; AudioPlayer's destructor ends any playback.
+// The colours are Destroy's alone.
+GLWaveEdit::~GLWaveEdit() = default;
+
+bool GLWaveEdit::Init()
+{
+    GLChildWindow::Init();
+    const auto withAlpha = [](const GLColor& Source, float Alpha) {
+        return new GLColor(Source.R, Source.G, Source.B, Alpha);
+    };
+    pBackgroundColor = new GLColor(GLTheme::OverlaySurfaceColor());
+    pPlotBackColor = new GLColor(GLTheme::SemanticFill(GLTheme::ToneInfo));
+    pWaveColor = withAlpha(GLTheme::SemanticAccent(GLTheme::ToneInfo), 0.98f);
+    pWaveFillColor = withAlpha(GLTheme::SemanticAccent(GLTheme::ToneInfo), 0.2f);
+    pGridColor = new GLColor(0.46f, 0.56f, 0.7f, 0.2f);
+    pAxisColor = withAlpha(GLTheme::MutedTextColor(), 0.55f);
+    pSelectionFillColor = withAlpha(GLTheme::SemanticAccent(GLTheme::ToneWarning), 0.18f);
+    pSelectionBorderColor = withAlpha(GLTheme::SemanticAccent(GLTheme::ToneWarning), 0.98f);
+    pPlayheadColor = new GLColor(GLTheme::SemanticAccent(GLTheme::ToneWarning));
+    pHoverColor = withAlpha(GLTheme::SemanticAccent(GLTheme::ToneDanger), 0.98f);
+    pTabBackColor = new GLColor(0.1f, 0.13f, 0.2f, 1.0f);
+    pTabActiveColor = new GLColor(0.24f, 0.38f, 0.62f, 1.0f);
+    pTabBorderColor = new GLColor(0.62f, 0.7f, 0.84f, 1.0f);
+    pTextColor = new GLColor(GLTheme::PrimaryTextColor());
+    pBorderColor = new GLColor(GLTheme::OverlayBorderColor());
+    pBorderFocusColor = new GLColor(GLTheme::FocusBorderColor());
+    return true;
+}
+
+// Deletes the colours and nothing else; the pointers keep their values, so
+// nothing may draw after this.
+void GLWaveEdit::Destroy()
+{
+    GLChildWindow::Destroy();
+    GLColor* const colours[] = {pBackgroundColor,  pPlotBackColor,      pWaveColor,          pWaveFillColor,
+                                pGridColor,        pAxisColor,          pSelectionFillColor, pSelectionBorderColor,
+                                pPlayheadColor,    pHoverColor,         pTabBackColor,       pTabActiveColor,
+                                pTabBorderColor,   pTextColor,          pBorderColor,        pBorderFocusColor};
+    for (GLColor* colour : colours)
+        if (colour)
+            delete colour;
+}
+
+const std::string& GLWaveEdit::SourcePath() const
+{
+    return SourceFilePath;
+}
+
+// --- Documents ---
+
+// Mirror and record hold the same twelve fields; these two copy all of them,
+// vectors included, in one fixed order.
+static void CopyDocumentFields(const std::string& Path, const std::vector<float>& Peaks,
+                               const std::vector<float>& Frames, std::string& OutPath,
+                               std::vector<float>& OutPeaks, std::vector<float>& OutFrames)
+{
+    OutPath = Path;
+    AssignFloats(OutPeaks, Peaks);
+    AssignFloats(OutFrames, Frames);
+}
+
+void GLWaveEdit::StoreActiveDocument()
+{
+    if (ActiveDocumentIndex < 0 || ActiveDocumentIndex >= static_cast<int>(Documents.size()))
+        return;
+    AudioDocument& record = Documents[static_cast<size_t>(ActiveDocumentIndex)];
+    CopyDocumentFields(SourceFilePath, ExternalPeaks, PcmFrames, record.SourceFilePath, record.ExternalPeaks,
+                       record.PcmFrames);
+    record.PcmSampleRate = PcmSampleRate;
+    record.PcmChannels = PcmChannels;
+    record.DurationSec = DurationSec;
+    record.ViewStartSec = ViewStartSec;
+    record.ViewEndSec = ViewEndSec;
+    record.SelectionStartSec = SelectionStartValueSec;
+    record.SelectionEndSec = SelectionEndValueSec;
+    record.bUseExternalPeaks = bUseExternalPeaks;
+    record.bUsePcmFrames = bUsePcmFrames;
+}
+
+void GLWaveEdit::LoadActiveDocument(int Index)
+{
+    if (Index < 0 || Index >= static_cast<int>(Documents.size()))
+        return;
+    StoreActiveDocument();
+    StopPlayback();
+    ActiveDocumentIndex = Index;
+    const AudioDocument& record = Documents[static_cast<size_t>(Index)];
+    CopyDocumentFields(record.SourceFilePath, record.ExternalPeaks, record.PcmFrames, SourceFilePath, ExternalPeaks,
+                       PcmFrames);
+    PcmSampleRate = record.PcmSampleRate;
+    PcmChannels = record.PcmChannels;
+    DurationSec = record.DurationSec;
+    ViewStartSec = record.ViewStartSec;
+    ViewEndSec = record.ViewEndSec;
+    SelectionStartValueSec = record.SelectionStartSec;
+    SelectionEndValueSec = record.SelectionEndSec;
+    bUseExternalPeaks = record.bUseExternalPeaks;
+    bUsePcmFrames = record.bUsePcmFrames;
+    bViewInitialized = true;
+    InvalidateWaveCaches();
+    ClampView();
+    EmitSelectionChanged();
+    SignalActiveDocumentChanged.emit(SourceFilePath);
+}
+
+void GLWaveEdit::NewUntitledDocument()
+{
+    StoreActiveDocument();
+    StopPlayback();
+    SourceFilePath = "Untitled-" + std::to_string(UntitledCounter) + ".ogg";
+    ++UntitledCounter;
+    ExternalPeaks.clear();
+    PcmFrames.clear();
+    PcmSampleRate = kWaveEditSampleRate;
+    PcmChannels = kWaveEditChannels;
+    ClipboardSampleRate = kWaveEditSampleRate;
+    ClipboardChannels = kWaveEditChannels;
+    DurationSec = 0.0;
+    CurrentTimeSec = 0.0;
+    PreviewTimeSec = 0.0;
+    ViewStartSec = 0.0;
+    SelectionStartValueSec = 0.0;
+    SelectionEndValueSec = 0.0;
+    ViewEndSec = MinViewSpanSec;
+    bUseExternalPeaks = false;
+    bUsePcmFrames = true;
+    bViewInitialized = true;
+    InvalidateWaveCaches();
+
+    AudioDocument record;
+    record.SourceFilePath = SourceFilePath;
+    record.PcmSampleRate = PcmSampleRate;
+    record.PcmChannels = PcmChannels;
+    record.DurationSec = DurationSec;
+    record.ViewStartSec = ViewStartSec;
+    record.ViewEndSec = ViewEndSec;
+    record.bUsePcmFrames = true;
+    Documents.push_back(std::move(record));
+    ActiveDocumentIndex = static_cast<int>(Documents.size()) - 1;
+
+    EmitSelectionChanged();
+    SignalActiveDocumentChanged.emit(SourceFilePath);
+}
+
+void GLWaveEdit::CloseActiveDocument()
+{
+    CloseDocument(ActiveDocumentIndex);
+}
+
+void GLWaveEdit::CloseDocument(int Index)
+{
+    if (Index < 0 || Index >= static_cast<int>(Documents.size()))
+        return;
+    const bool closingActive = Index == ActiveDocumentIndex;
+    // A document that is being closed is not stored anywhere.
+    if (!closingActive)
+        StoreActiveDocument();
+    StopPlayback();
+    Documents.erase(Documents.begin() + Index);
+
+    if (Documents.empty())
+    {
+        ActiveDocumentIndex = -1;
+        CloseTabMenu();
+        NewUntitledDocument();
+        return;
+    }
+
+    const int last = static_cast<int>(Documents.size()) - 1;
+    if (closingActive)
+    {
+        // The neighbour that moved into the closed one's place. With no active
+        // index the load's store writes nothing of the closed document.
+        const int next = std::clamp(Index, 0, last);
+        ActiveDocumentIndex = -1;
+        LoadActiveDocument(next);
+    }
+    else
+    {
+        const int shifted = ActiveDocumentIndex > Index ? ActiveDocumentIndex - 1 : ActiveDocumentIndex;
+        const int next = std::clamp(shifted, 0, last);
+        ActiveDocumentIndex = next;
+        LoadActiveDocument(next);
+    }
+    CloseTabMenu();
+}
+
+// --- Import ---
+
+namespace
+{
+// The FFmpeg objects of one decoding, released in the reverse of their making
+// on every way out.
+struct DecodeResources
+{
+    AVFormatContext* Format = nullptr;
+    AVCodecContext* CodecContext = nullptr;
+    SwrContext* Swr = nullptr;
+    AVPacket* Packet = nullptr;
+    AVFrame* Frame = nullptr;
+
+    DecodeResources() = default;
+    DecodeResources(const DecodeResources&) = delete;
+    DecodeResources& operator=(const DecodeResources&) = delete;
+    ~DecodeResources()
+    {
+        av_frame_free(&Frame);
+        av_packet_free(&Packet);
+        swr_free(&Swr);
+        avcodec_free_context(&CodecContext);
+        avformat_close_input(&Format);
+    }
+};
+
+// Room for the whole file before the first frame arrives, so that an hour of
+// audio is laid out once, on huge pages, rather than grown by doubling.
+// Bounded, so that a lying header costs address space, not memory.
+void ReserveForDuration(std::vector<float>& Frames, const AVFormatContext* Format)
+{
+    if (Format->duration <= 0)
+        return;
+    constexpr double kMaxReservedSec = 3.0 * 3600.0;
+    const double durationSec = std::min(static_cast<double>(Format->duration) / AV_TIME_BASE, kMaxReservedSec);
+    const double frames = durationSec * 1.01 * kWaveEditSampleRate + kWaveEditSampleRate;
+    ReserveFloats(Frames, static_cast<size_t>(frames) * kWaveEditChannels);
+}
+}  // namespace
+
+// Decodes the best audio stream of Path into interleaved float at 48000 Hz,
+// 2 channels. What was decoded before a damaged stretch or a read error counts
+// as the whole file.
+static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<float>& OutFrames,
+                                         double& OutDurationSec, std::string* ErrorMessage)
+{
+    const auto fail = [ErrorMessage](const char* Message) {
+        if (ErrorMessage)
+            *ErrorMessage = Message;
+        return false;
+    };
+    OutFrames.clear();
+    DecodeResources res;
+
+    if (avformat_open_input(&res.Format, Path.c_str(), nullptr, nullptr) < 0)
+        return fail("Failed to open audio file.");
+    if (avformat_find_stream_info(res.Format, nullptr) < 0)
+        return fail("Failed to read audio stream info.");
+    const int streamIndex = av_find_best_stream(res.Format, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    if (streamIndex < 0)
+        return fail("No audio stream found.");
+    const AVStream* stream = res.Format->streams[streamIndex];
+    const AVCodec* codec = avcodec_find_decoder(stream->codecpar->codec_id);
+    if (!codec)
+        return fail("No decoder found for audio stream.");
+    res.CodecContext = avcodec_alloc_context3(codec);
+    if (!res.CodecContext)
+        return fail("Failed to allocate decoder.");
+    if (avcodec_parameters_to_context(res.CodecContext, stream->codecpar) < 0 ||
+        avcodec_open2(res.CodecContext, codec, nullptr) < 0)
+        return fail("Failed to open decoder.");
+
+    AVChannelLayout outLayout;
+    av_channel_layout_default(&outLayout, kWaveEditChannels);
+    AVChannelLayout inputLayout = {};
+    if (res.CodecContext->ch_layout.nb_channels > 0)
+        av_channel_layout_copy(&inputLayout, &res.CodecContext->ch_layout);
+    else
+        av_channel_layout_default(&inputLayout, kWaveEditChannels);
+    const int rc = swr_alloc_set_opts2(&res.Swr, &outLayout, AV_SAMPLE_FMT_FLT, kWaveEditSampleRate, &inputLayout,
+                                       res.CodecContext->sample_fmt, res.CodecContext->sample_rate, 0, nullptr);
+    av_channel_layout_uninit(&outLayout);
+    av_channel_layout_uninit(&inputLayout);
+    if (rc < 0 || !res.Swr || swr_init(res.Swr) < 0)
+        return fail("Failed to configure audio resampler.");
+
+    res.Packet = av_packet_alloc();
+    res.Frame = av_frame_alloc();
+    if (!res.Packet || !res.Frame)
+        return fail("Failed to allocate decode buffers.");
+
+    ReserveForDuration(OutFrames, res.Format);
+    std::vector<float> convertBuffer;
+    const auto receiveFrames = [&]() {
+        while (avcodec_receive_frame(res.CodecContext, res.Frame) == 0)
+        {
+            const int rate = std::max(res.CodecContext->sample_rate, 1);
+            const int64_t delay = swr_get_delay(res.Swr, rate);
+            const int dstSamples = std::max(
+                1, static_cast<int>(av_rescale_rnd(delay + res.Frame->nb_samples, kWaveEditSampleRate, rate,
+                                                   AV_ROUND_UP)));
+            convertBuffer.resize(static_cast<size_t>(dstSamples) * kWaveEditChannels);
+            uint8_t* outData[1] = {reinterpret_cast<uint8_t*>(convertBuffer.data())};
+            // extended_data, not data: it has a plane for every channel.
+            const int outSamples =
+                swr_convert(res.Swr, outData, dstSamples, const_cast<const uint8_t**>(res.Frame->extended_data),
+                            res.Frame->nb_samples);
+            if (outSamples < 0)
+            {
+                fail("Failed while resampling audio.");
+                av_frame_unref(res.Frame);
+                return false;
+            }
+            const size_t floats = static_cast<size_t>(outSamples) * kWaveEditChannels;
+            OutFrames.insert(OutFrames.end(), convertBuffer.begin(), convertBuffer.begin() + floats);
+            av_frame_unref(res.Frame);
+        }
+        return true;
+    };
+
+    bool ok = true;
+    while (av_read_frame(res.Format, res.Packet) >= 0)
+    {
+        // A packet the decoder refuses is a damaged stretch: it is passed over.
+        if (res.Packet->stream_index == streamIndex && avcodec_send_packet(res.CodecContext, res.Packet) == 0)
+            ok = receiveFrames();
+        av_packet_unref(res.Packet);
+        if (!ok)
+            break;
+    }
+    if (ok)
+    {
+        avcodec_send_packet(res.CodecContext, nullptr);
+        ok = receiveFrames();
+    }
+
+    OutDurationSec = static_cast<double>(OutFrames.size() / kWaveEditChannels) / 48000.0;
+    if (!ok || OutFrames.empty())
+    {
+        if (ErrorMessage && ErrorMessage->empty())
+            *ErrorMessage = "No decoded PCM audio produced.";
+        return false;
+    }
+    return true;
+}
+
+void GLWaveEdit::SetExternalPeakWaveform(const std::string& Path, const std::vector<float>& Peaks,
+                                         double DurationSeconds)
+{
+    StoreActiveDocument();
+    StopPlayback();
+    SourceFilePath = Path;
+    AssignFloats(ExternalPeaks, Peaks);
+    bUseExternalPeaks = !ExternalPeaks.empty();
+    PcmFrames.clear();
+    bUsePcmFrames = false;
+
+    // Nothing reads the reason: a failed file shows as a tab without PCM.
+    std::string decodeError;
+    double decodedDurationSec = 0.0;
+    const bool decoded =
+        !Path.empty() && DecodeAudioFileToFloatStereo(Path, PcmFrames, decodedDurationSec, &decodeError);
+    if (decoded)
+    {
+        DurationSec = decodedDurationSec;
+        PcmSampleRate = kWaveEditSampleRate;
+        PcmChannels = kWaveEditChannels;
+        bUsePcmFrames = true;
+    }
+    else
+    {
+        DurationSec = DurationSeconds > 0.0 ? DurationSeconds : 0.0;
+    }
+
+    CurrentTimeSec = 0.0;
+    PreviewTimeSec = 0.0;
+    CommittedSeekDisplaySec = -1.0;
+    CommittedSeekDisplayFrames = 0;
+    ClearSelection(false);
+    InvalidateWaveCaches();
+    FitViewToData();
+    bViewInitialized = true;
+
+    Documents.emplace_back();
+    ActiveDocumentIndex = static_cast<int>(Documents.size()) - 1;
+    StoreActiveDocument();
+    SignalActiveDocumentChanged.emit(SourceFilePath);
+}
+
+// --- Saving and window state ---
+
+bool GLWaveEdit::SaveToFile(const std::string& Path, int BitrateKbps, std::string* ErrorMessage) const
+{
+    return TarvikEncodeFloatAudioFile(Path, PcmFrames, PcmSampleRate, PcmChannels, BitrateKbps, ErrorMessage);
+}
+
+const char* GLWaveEdit::GetStateType() const
+{
+    return "wave_edit";
+}
+
+void GLWaveEdit::SerializeExtraState(nlohmann::json& j) const
+{
+    j["view_start_sec"] = ViewStartSec;
+    j["view_end_sec"] = ViewEndSec;
+    j["selection_start_sec"] = SelectionStartValueSec;
+    j["selection_end_sec"] = SelectionEndValueSec;
+}
+
+// A number under Key, or Fallback for anything else: a missing key, null, a
+// string, a boolean, an array, or an Obj that is no object at all.
+static double GetOr(const nlohmann::json& Obj, const char* Key, double Fallback)
+{
+    if (!Obj.is_object())
+        return Fallback;
+    const auto found = Obj.find(Key);
+    if (found == Obj.end() || found->is_null())
+        return Fallback;
+    // Integers, unsigned integers and floats convert; the rest would throw.
+    if (!found->is_number())
+        return Fallback;
+    return found->get<double>();
+}
+
+// Restores without clamping: the next pass clamps view and selection.
+void GLWaveEdit::ApplyExtraState(const nlohmann::json& j)
+{
+    ViewStartSec = GetOr(j, "view_start_sec", ViewStartSec);
+    ViewEndSec = GetOr(j, "view_end_sec", ViewEndSec);
+    SelectionStartValueSec = GetOr(j, "selection_start_sec", SelectionStartValueSec);
+    SelectionEndValueSec = GetOr(j, "selection_end_sec", SelectionEndValueSec);
+    bViewInitialized = true;
+}
+
+// --- Waveform queries ---
+
+bool GLWaveEdit::HasWaveform() const
+{
+    if (bUsePcmFrames && !PcmFrames.empty())
+        return true;
+    if (bUseExternalPeaks && !ExternalPeaks.empty())
+        return true;
+    return HasWaveformProvider ? HasWaveformProvider() : false;
+}
+
+// Index = floor or ceil of a scaled time, kept in 0..Last; NaN counts as 0.
+static int64_t BoundedIndex(double Scaled, int64_t Last)
+{
+    if (!(Scaled > 0.0))
+        return 0;
+    if (Scaled >= static_cast<double>(Last))
+        return Last;
+    return static_cast<int64_t>(Scaled);
+}
+
+// A fraction kept in 0.0..1.0, NaN counting as 0.0.
+static double ClampFraction(double V)
+{
+    return V == V ? std::clamp(V, 0.0, 1.0) : 0.0;
+}
+
+bool GLWaveEdit::ExternalRangeForSpan(double StartSec, double EndSec, double& MinOut, double& MaxOut) const
+{
+    const bool pcmUsable = bUsePcmFrames && !PcmFrames.empty() && PcmChannels > 0 && PcmSampleRate > 0;
+    if (pcmUsable)
+    {
+        const int64_t frameCount = static_cast<int64_t>(PcmFrames.size()) / PcmChannels;
+        if (frameCount == 0)
+            return false;
+        int64_t f0 = BoundedIndex(std::floor(StartSec * PcmSampleRate), frameCount - 1);
+        int64_t f1 = BoundedIndex(std::ceil(EndSec * PcmSampleRate), frameCount - 1);
+        if (f1 < f0)
+            std::swap(f0, f1);
+        // Both start at 0.0, so the range always contains silence.
+        float minAmp = 0.0f;
+        float maxAmp = 0.0f;
+        const float channels = static_cast<float>(PcmChannels);
+        for (int64_t f = f0; f <= f1; ++f)
+        {
+            const float* frame = PcmFrames.data() + f * PcmChannels;
+            float mixed = 0.0f;
+            for (int c = 0; c < PcmChannels; ++c)
+                mixed += frame[c];
+            mixed /= channels;
+            // A NaN compares false and changes neither.
+            if (mixed < minAmp)
+                minAmp = mixed;
+            if (mixed > maxAmp)
+                maxAmp = mixed;
+        }
+        MinOut = std::clamp(static_cast<double>(minAmp), -1.0, 1.0);
+        MaxOut = std::clamp(static_cast<double>(maxAmp), -1.0, 1.0);
+        return true;
+    }
+
+    if (!bUseExternalPeaks || ExternalPeaks.empty() || !(DurationSec > 0.0))
+        return false;
+    const double duration = std::max(DurationSec, 1e-9);
+    const double startFrac = ClampFraction(StartSec / duration);
+    const double endFrac = ClampFraction(EndSec / duration);
+    const int64_t n = static_cast<int64_t>(ExternalPeaks.size());
+    int64_t i0 = std::min(static_cast<int64_t>(std::floor(startFrac * n)), n - 1);
+    int64_t i1 = std::min(static_cast<int64_t>(std::ceil(endFrac * n)), n - 1);
+    if (i1 < i0)
+        std::swap(i0, i1);
+    float peak = 0.0f;
+    for (int64_t i = i0; i <= i1; ++i)
+    {
+        const float magnitude = std::fabs(ExternalPeaks[static_cast<size_t>(i)]);
+        if (magnitude > peak)
+            peak = magnitude;
+    }
+    const double bounded = std::clamp(static_cast<double>(peak), 0.0, 1.0);
+    MinOut = -bounded;
+    MaxOut = bounded;
+    return true;
+}
+
+bool GLWaveEdit::ExternalLodForSpan(double StartSec, double EndSec, int TargetSamples,
+                                    std::vector<WaveSample>& OutSamples) const
+{
+    OutSamples.clear();
+    if (!bUseExternalPeaks || ExternalPeaks.empty() || !(DurationSec > 0.0) || TargetSamples <= 0)
+        return false;
+    const int sampleCount = TargetSamples;
+    OutSamples.reserve(static_cast<size_t>(sampleCount));
+    const double span = std::max(EndSec - StartSec, 1e-9);
+    for (int i = 0; i < sampleCount; ++i)
+    {
+        const double t0 = StartSec + (static_cast<double>(i) / sampleCount) * span;
+        const double t1 = StartSec + (static_cast<double>(i + 1) / sampleCount) * span;
+        double minAmp = 0.0;
+        double maxAmp = 0.0;
+        if (!ExternalRangeForSpan(t0, t1, minAmp, maxAmp))
+            continue;
+        OutSamples.push_back(WaveSample{t0 + (t1 - t0) * 0.5, minAmp, maxAmp});
+    }
+    return !OutSamples.empty();
+}
+
+// Stored sources first, then the host's range, then the host's peak.
+bool GLWaveEdit::WaveformRangeForSpan(double StartSec, double EndSec, double& MinOut, double& MaxOut) const
+{
+    if (ExternalRangeForSpan(StartSec, EndSec, MinOut, MaxOut))
+        return true;
+    if (WaveformRangeProvider)
+    {
+        float minValue = 0.0f;
+        float maxValue = 0.0f;
+        if (WaveformRangeProvider(StartSec, EndSec, minValue, maxValue))
+        {
+            MinOut = std::clamp(static_cast<double>(minValue), -1.0, 1.0);
+            MaxOut = std::clamp(static_cast<double>(maxValue), -1.0, 1.0);
+            if (MinOut > MaxOut)
+                std::swap(MinOut, MaxOut);
+            return true;
+        }
+    }
+    if (WaveformPeakProvider)
+    {
+        const double peak = std::clamp(static_cast<double>(WaveformPeakProvider(StartSec, EndSec)), 0.0, 1.0);
+        MinOut = -peak;
+        MaxOut = peak;
+        return true;
+    }
+    return false;
+}
+
+double GLWaveEdit::WaveformPeakForSpan(double StartSec, double EndSec) const
+{
+    double minValue = 0.0;
+    double maxValue = 0.0;
+    if (!WaveformRangeForSpan(StartSec, EndSec, minValue, maxValue))
+        return -1.0;
+    return std::max(std::fabs(maxValue), std::fabs(minValue));
+}
+
+void GLWaveEdit::InvalidateWaveCaches()
+{
+    bRenderSamplesValid = false;
+}
+
+// --- Time view ---
+
+void GLWaveEdit::FitViewToData()
+{
+    ViewStartSec = 0.0;
+    ViewEndSec = std::max(DurationSec, MinViewSpanSec);
+    ClampView();
+}
+
+void GLWaveEdit::ClampView()
+{
+    const double duration = std::max(0.0, DurationSec);
+    const double minSpan = std::max(MinViewSpanSec, 0.01);
+    if (minSpan >= duration)
+    {
+        ViewStartSec = 0.0;
+        ViewEndSec = std::max(duration, minSpan);
+        return;
+    }
+    // A view over an edge is pushed back with its width, not cut off.
+    const double span = std::min(std::max(ViewEndSec - ViewStartSec, minSpan), duration);
+    ViewStartSec = std::clamp(ViewStartSec, 0.0, duration - span);
+    ViewEndSec = ViewStartSec + span;
+}
+
+double GLWaveEdit::TimeForMouse(double MouseX) const
+{
+    const double frac = Clamp01((MouseX - PlotX1) / std::max(PlotX2 - PlotX1, 1e-9));
+    return ViewStartSec + (ViewEndSec - ViewStartSec) * frac;
+}
+
+double GLWaveEdit::XForTime(double TimeSec) const
+{
+    if (ViewStartSec >= ViewEndSec)
+        return PlotX1;
+    const double frac = Clamp01((TimeSec - ViewStartSec) / std::max(ViewEndSec - ViewStartSec, 1e-9));
+    return PlotX1 + (PlotX2 - PlotX1) * frac;
+}
+
+void GLWaveEdit::ZoomAroundTime(double AnchorSec, double Ratio)
+{
+    const double oldSpan = std::max(ViewEndSec - ViewStartSec, MinViewSpanSec);
+    const double newSpan = std::max(oldSpan * Ratio, MinViewSpanSec);
+    const double anchorFrac = oldSpan > 1e-9 ? (AnchorSec - ViewStartSec) / oldSpan : 0.5;
+    ViewStartSec = AnchorSec - anchorFrac * newSpan;
+    ViewEndSec = ViewStartSec + newSpan;
+    ClampView();
+}
+
+// Keeps the play position at 70% of the view, scrolling continuously.
+void GLWaveEdit::AlignViewToPlaybackPage(bool bForceSnapToPage)
+{
+    const double duration = std::max(0.0, DurationSec);
+    if (duration == 0.0)
+        return;
+    const double span = std::min(std::max(ViewEndSec - ViewStartSec, MinViewSpanSec), duration);
+    if (span <= 0.0)
+        return;
+    const double cursorSec = std::clamp(CurrentTimeSec, 0.0, duration);
+    const double maxStart = std::max(0.0, duration - span);
+    const double followFraction = 0.7;
+    const double targetStart = std::clamp(cursorSec - span * followFraction, 0.0, maxStart);
+    if (!bForceSnapToPage && std::fabs(targetStart - ViewStartSec) <= 1e-9)
+        return;
+    ViewStartSec = targetStart;
+    ViewEndSec = targetStart + span;
+}
+
+// --- Plot layout ---
+
+// The screen in pixels, each at least 1; 1 x 1 where the host has no screen.
+static void ScreenSizePx(double& OutWidth, double& OutHeight)
+{
+    const bool hasScreen = p && p->pCoreSDL;
+    OutWidth = hasScreen ? std::max(p->pCoreSDL->Width, 1) : 1.0;
+    OutHeight = hasScreen ? std::max(p->pCoreSDL->Height, 1) : 1.0;
+}
+
+void GLWaveEdit::UpdatePlotRect(bool bApplyActiveWindowDelta)
+{
+    const bool hasTTF = p && p->pRend && p->pRend->pTTF;
+    int cellH = 12;
+    if (hasTTF)
+    {
+        const int fontPx = FontPx > 0 ? GLTheme::ScaleTextPx(FontPx, 8, 96) : p->pRend->FontSmallerPx;
+        cellH = std::max(p->pRend->pTTF->GetCellHeight(fontPx), 1);
+    }
+    double width = 1.0;
+    double height = 1.0;
+    ScreenSizePx(width, height);
+    // Padding and the label band use the screen size alone; the tab band the
+    // true pixel size on an axis 2.0 wide.
+    const double padX = PaddingPx / width;
+    const double padY = PaddingPx / height;
+    const double labelBandPx = std::max(BorderWidth + cellH + 12.0, LabelBandPx);
+    const double labelBand = labelBandPx / height;
+
+    double plotDeltaX = 0.0;
+    double plotDeltaY = 0.0;
+    if (bApplyActiveWindowDelta)
+        GetActiveWindowPreviewDelta(plotDeltaX, plotDeltaY);
+    PlotX1 = X1 + padX + plotDeltaX;
+    PlotX2 = X2 - padX + plotDeltaX;
+
+    const double tabBandPx = std::max(cellH + 12.0, 26.0);
+    const double tabBand = 2.0 * tabBandPx / height;
+    PlotY1 = Y1 - padY - tabBand + plotDeltaY;
+    PlotY2 = Y2 + padY + labelBand + plotDeltaY;
+}
+
+void GLWaveEdit::GetActiveWindowPreviewDelta(double& OutDeltaX, double& OutDeltaY) const
+{
+    OutDeltaX = 0.0;
+    OutDeltaY = 0.0;
+    if (pHostWindow && pHostWindow->bMovePreviewActive && p && p->pTarvik)
+    {
+        OutDeltaX = p->pTarvik->MovePreviewDeltaX;
+        OutDeltaY = p->pTarvik->MovePreviewDeltaY;
+    }
+}
+
+bool GLWaveEdit::IsInsidePlot(double X, double Y) const
+{
+    return X >= PlotX1 && X <= PlotX2 && Y <= PlotY1 && Y >= PlotY2;
+}
+
+bool GLWaveEdit::IsInsideTabBar(double X, double Y) const
+{
+    if (Documents.empty())
+        return false;
+    double width = 1.0;
+    double height = 1.0;
+    ScreenSizePx(width, height);
+    const double padX = PaddingPx / width;
+    const double x1 = X1 + padX;
+    const double x2 = X2 - padX;
+    const double y1 = Y1 - PaddingPx / height;
+    const double y2 = PlotY1 + 8.0 / height;
+    return X >= x1 && X <= x2 && Y >= y2 && Y <= y1;
+}
+
+int GLWaveEdit::HitTestDocumentTab(double X, double Y) const
+{
+    if (!IsInsideTabBar(X, Y))
+        return -1;
+    const int count = std::max(static_cast<int>(Documents.size()), 1);
+    double width = 1.0;
+    double height = 1.0;
+    ScreenSizePx(width, height);
+    const double padX = PaddingPx / width;
+    const double x1 = X1 + padX;
+    const double x2 = X2 - padX;
+    const double w = (x2 - x1) / count;
+    const double slot = std::floor((X - x1) / std::max(w, 1e-9));
+    return static_cast<int>(std::clamp(slot, 0.0, static_cast<double>(count - 1)));
+}
+
+int GLWaveEdit::HitTestDocumentTabClose(double X, double Y) const
+{
+    const int tabIndex = HitTestDocumentTab(X, Y);
+    const int count = static_cast<int>(Documents.size());
+    if (tabIndex < 0 || tabIndex >= count)
+        return -1;
+    double width = 1.0;
+    double height = 1.0;
+    ScreenSizePx(width, height);
+    const double padX = PaddingPx / width;
+    const double tabX1 = X1 + padX;
+    const double tabX2 = X2 - padX;
+    const double tabW = (tabX2 - tabX1) / count;
+    const double tx1 = tabX1 + tabIndex * tabW;
+    const double tx2 = tabIndex == count - 1 ? tabX2 : tx1 + tabW;
+    // The plot's height decides the box, so on any ordinary window it is 18 px.
+    const double tabH = std::max((PlotY1 - PlotY2) * height * 0.16, 1.0);
+    const double closeSize = std::clamp(tabH, 10.0, 18.0) * (2.0 / height);
+    const double margin = (2.0 / width) * 6.0;
+    const double cx2 = tx2 - margin;
+    const double cx1 = cx2 - closeSize;
+    const double cy1 = Y1 - PaddingPx / height;
+    const double cy2 = PlotY1 + 8.0 / height;
+    if (X >= cx1 && X <= cx2 && Y >= cy2 && Y <= cy1)
+        return tabIndex;
+    return -1;
+}
+
+// The menu is 0.18 by 0.1 normalised units, hanging down and right of its
+// anchor, past the window's edge if need be.
+bool GLWaveEdit::IsInsideTabMenu(double X, double Y) const
+{
+    if (!bTabMenuOpen)
+        return false;
+    return X >= TabMenuX && X <= TabMenuX + 0.18 && Y >= TabMenuY - 0.1 && Y <= TabMenuY;
+}
+
+int GLWaveEdit::HitTestTabMenuItem(double X, double Y) const
+{
+    return IsInsideTabMenu(X, Y) ? 0 : -1;
+}
+
+void GLWaveEdit::OpenTabMenu(double X, double Y, int TabIndex)
+{
+    if (TabIndex < 0 || TabIndex >= static_cast<int>(Documents.size()))
+        return;
+    bTabMenuOpen = true;
+    TabMenuDocumentIndex = TabIndex;
+    TabMenuX = X;
+    TabMenuY = Y;
+}
+
+void GLWaveEdit::CloseTabMenu()
+{
+    bTabMenuOpen = false;
+    TabMenuDocumentIndex = -1;
+    TabMenuX = 0.0;
+    TabMenuY = 0.0;
+}
+
+// --- Transport ---
+
+bool GLWaveEdit::PlayFromCurrentPosition(std::string* ErrorMessage)
+{
+    return StartPlaybackAt(CurrentTimeSec, ErrorMessage);
+}
+
+// Starts at the selection's lower end and runs on to the end of the document.
+bool GLWaveEdit::PlaySelectionOrCurrent(std::string* ErrorMessage)
+{
+    return StartPlaybackAt(HasSelection() ? SelectionStartSec() : CurrentTimeSec, ErrorMessage);
+}
+
+// The shared road of both play commands: a copy of the frames to the player,
+// from RequestedStartSec clamped to the document. On failure nothing changes
+// but the player, which stays for the next attempt.
+bool GLWaveEdit::StartPlaybackAt(double RequestedStartSec, std::string* ErrorMessage)
+{
+    if (!bUsePcmFrames || PcmFrames.empty() || PcmSampleRate <= 0 || PcmChannels <= 0)
+    {
+        if (ErrorMessage)
+            *ErrorMessage = "No decoded PCM audio available for playback.";
+        return false;
+    }
+    if (!AudioPlayer)
+        AudioPlayer = std::make_unique<GLDeckAudioPlayer>();
+    const double startSec = std::clamp(RequestedStartSec, 0.0, std::max(0.0, DurationSec));
+    // The player keeps its own copy, so no edit can reach what it plays.
+    std::vector<float> framesCopy;
+    AssignFloats(framesCopy, PcmFrames);
+    if (!AudioPlayer->PlayPcm(std::move(framesCopy), PcmSampleRate, PcmChannels, startSec, ErrorMessage))
+        return false;
+    CurrentTimeSec = startSec;
+    PreviewTimeSec = startSec;
+    CommittedSeekDisplaySec = -1.0;
+    CommittedSeekDisplayFrames = 0;
+    AlignViewToPlaybackPage(false);
+    return true;
+}
+
+void GLWaveEdit::PausePlayback()
+{
+    if (AudioPlayer)
+        AudioPlayer->SetPaused(true);
+}
+
+void GLWaveEdit::StopPlayback()
+{
+    if (AudioPlayer)
+        AudioPlayer->Stop();
+    CurrentTimeSec = 0.0;
+    PreviewTimeSec = 0.0;
+    CommittedSeekDisplaySec = -1.0;
+    CommittedSeekDisplayFrames = 0;
+}
+
+void GLWaveEdit::TogglePlayback(std::string* ErrorMessage)
+{
+    if (AudioPlayer && AudioPlayer->IsPlaying())
+    {
+        AudioPlayer->TogglePaused();
+        // The player may have stopped meanwhile, so ask again.
+        if (AudioPlayer->IsPlaying() && !AudioPlayer->IsPaused())
+            AlignViewToPlaybackPage(false);
+        return;
+    }
+    PlayFromCurrentPosition(ErrorMessage);
+}
+
+void GLWaveEdit::SeekPlaybackTo(double TargetSeconds)
+{
+    const double target = std::clamp(TargetSeconds, 0.0, std::max(0.0, DurationSec));
+    CurrentTimeSec = target;
+    PreviewTimeSec = target;
+    CommittedSeekDisplaySec = target;
+    CommittedSeekDisplayFrames = 4;
+    if (AudioPlayer && AudioPlayer->IsPlaying())
+        AudioPlayer->SeekToSeconds(target);
+}
+
+void GLWaveEdit::SeekPlaybackRelative(double DeltaSeconds)
+{
+    SeekPlaybackTo(CurrentTimeSec + DeltaSeconds);
+}
+
+bool GLWaveEdit::IsPlaybackActive() const
+{
+    return AudioPlayer && AudioPlayer->IsPlaying();
+}
+
+bool GLWaveEdit::IsPlaybackPaused() const
+{
+    return AudioPlayer && AudioPlayer->IsPaused();
+}
+
+// --- Playback sync ---
+
+void GLWaveEdit::SyncPlaybackState()
+{
+    const bool externalSourceActive = bUsePcmFrames || bUseExternalPeaks;
+    const bool audioPlayerActive = AudioPlayer && AudioPlayer->IsPlaying();
+    if (audioPlayerActive)
+        CurrentTimeSec = std::clamp(AudioPlayer->CurrentSeconds(), 0.0, std::max(0.0, DurationSec));
+    if (!externalSourceActive)
+    {
+        if (DurationProvider)
+            DurationSec = std::max(0.0, DurationProvider());
+        if (CurrentTimeProvider)
+            CurrentTimeSec = std::clamp(CurrentTimeProvider(), 0.0, std::max(0.0, DurationSec));
+    }
+
+    // A release this window never saw: the previous frame counts too, so a
+    // normal release is still found and ended by the pass itself.
+    const bool leftActive = p && p->pMouse && (p->pMouse->pButton[0] || p->pMouse->pPrevButton[0]);
+    if (!leftActive && (ActiveDrag == DragSeek || ActiveDrag == DragSelect))
+        ActiveDrag = DragNone;
+
+    if (CommittedSeekDisplayFrames > 0 && CommittedSeekDisplaySec >= 0.0)
+    {
+        const double holdDelta = std::fabs(CurrentTimeSec - CommittedSeekDisplaySec);
+        if (holdDelta <= 0.1)
+        {
+            CommittedSeekDisplaySec = -1.0;
+            CommittedSeekDisplayFrames = 0;
+        }
+        else if (--CommittedSeekDisplayFrames == 0)
+        {
+            CommittedSeekDisplaySec = -1.0;
+        }
+    }
+    if (ActiveDrag != DragSeek)
+        PreviewTimeSec = CurrentTimeSec;
+    if (!bViewInitialized)
+    {
+        FitViewToData();
+        bViewInitialized = true;
+    }
+    if (audioPlayerActive && !AudioPlayer->IsPaused())
+        AlignViewToPlaybackPage(false);
+    ClampView();
+    if (HasSelection())
+    {
+        SelectionStartValueSec = std::min(DurationSec, std::max(SelectionStartValueSec, 0.0));
+        SelectionEndValueSec = std::min(DurationSec, std::max(SelectionEndValueSec, 0.0));
+    }
+}
+
+// The held seek target outranks a seek drag's preview.
+double GLWaveEdit::DisplayedTimeSec() const
+{
+    if (CommittedSeekDisplayFrames > 0 && CommittedSeekDisplaySec >= 0.0)
+        return CommittedSeekDisplaySec;
+    if (ActiveDrag == DragSeek)
+        return PreviewTimeSec;
+    return CurrentTimeSec;
+}
+
+// --- Selection ---
+
+bool GLWaveEdit::HasSelection() const
+{
+    return std::fabs(SelectionEndValueSec - SelectionStartValueSec) > 1e-6;
+}
+
+double GLWaveEdit::SelectionStartSec() const
+{
+    return std::min(SelectionStartValueSec, SelectionEndValueSec);
+}
+
+double GLWaveEdit::SelectionEndSec() const
+{
+    return std::max(SelectionStartValueSec, SelectionEndValueSec);
+}
+
+void GLWaveEdit::ClearSelection(bool bEmitSignal)
+{
+    const bool hadSelection = HasSelection();
+    SelectionStartValueSec = 0.0;
+    SelectionEndValueSec = 0.0;
+    if (hadSelection && bEmitSignal)
+        EmitSelectionChanged();
+}
+
+void GLWaveEdit::SetHostedSelection(double StartSeconds, double EndSeconds)
+{
+    if (!std::isfinite(StartSeconds) || !std::isfinite(EndSeconds))
+        return;
+    const double duration = DurationSec > 0.0 ? DurationSec : 0.0;
+    SelectionStartValueSec = std::clamp(std::min(StartSeconds, EndSeconds), 0.0, duration);
+    SelectionEndValueSec = std::clamp(std::max(StartSeconds, EndSeconds), 0.0, duration);
+    InvalidateWaveCaches();
+}
+
+// Ten pixels at the current zoom, never under 0.02 s.
+double GLWaveEdit::SelectionEdgeHitToleranceSec() const
+{
+    double widthPx = std::fabs(PlotX2 - PlotX1) * 0.5;
+    if (p && p->pCoreSDL)
+        widthPx *= std::max(p->pCoreSDL->Width, 1);
+    const double secPerPx = std::max(ViewEndSec - ViewStartSec, 1e-9) / std::max(widthPx, 1.0);
+    return std::max(secPerPx * 10.0, 0.02);
+}
+
+// (0.0, 0.0) is how the signal says that there is no selection.
+void GLWaveEdit::EmitSelectionChanged()
+{
+    if (HasSelection())
+        SignalSelectionChanged.emit(SelectionStartSec(), SelectionEndSec());
+    else
+        SignalSelectionChanged.emit(0.0, 0.0);
+}
+
+// --- Clipboard edits ---
+
+// The frame of a time: llround of seconds times the rate, kept in
+// 0..FrameCount; NaN counts as frame 0.
+static int64_t FrameOfTime(double TimeSec, int SampleRate, int64_t FrameCount)
+{
+    const double scaled = TimeSec * SampleRate;
+    if (!(scaled > 0.0))
+        return 0;
+    if (scaled >= static_cast<double>(FrameCount))
+        return FrameCount;
+    return std::clamp<int64_t>(std::llround(scaled), 0, FrameCount);
+}
+
+namespace
+{
+struct FrameRange
+{
+    int64_t StartFrame = 0;
+    int64_t EndFrame = 0;
+    bool IsEmpty() const { return StartFrame >= EndFrame; }
+};
+}  // namespace
+
+static FrameRange FramesOfSpan(double StartSec, double EndSec, int SampleRate, int64_t FrameCount)
+{
+    return FrameRange{FrameOfTime(StartSec, SampleRate, FrameCount), FrameOfTime(EndSec, SampleRate, FrameCount)};
+}
+
+void GLWaveEdit::RequestCopySelection()
+{
+    if (!HasSelection() || !bUsePcmFrames || PcmChannels <= 0 || PcmSampleRate <= 0)
+        return;
+    const int64_t frameCount = static_cast<int64_t>(PcmFrames.size()) / PcmChannels;
+    const FrameRange range = FramesOfSpan(SelectionStartSec(), SelectionEndSec(), PcmSampleRate, frameCount);
+    if (range.IsEmpty())
+        return;
+    ClipboardSampleRate = PcmSampleRate;
+    ClipboardChannels = PcmChannels;
+    AssignFloats(ClipboardFrames, PcmFrames.data() + range.StartFrame * PcmChannels,
+                 PcmFrames.data() + range.EndFrame * PcmChannels);
+    SignalEditActionRequested.emit(std::string("copy"), SelectionStartSec(), SelectionEndSec());
+}
+
+// Delete and Cut: removes the selected frames and collapses the selection at
+// its start. Cut has filled the clipboard before it comes here.
+void GLWaveEdit::RemoveSelectedFrames(const char* Action)
+{
+    const double start = SelectionStartSec();
+    const double end = SelectionEndSec();
+    const int64_t frameCount = static_cast<int64_t>(PcmFrames.size()) / PcmChannels;
+    const FrameRange range = FramesOfSpan(start, end, PcmSampleRate, frameCount);
+    if (range.IsEmpty())
+        return;
+    PcmFrames.erase(PcmFrames.begin() + range.StartFrame * PcmChannels,
+                    PcmFrames.begin() + range.EndFrame * PcmChannels);
+    DurationSec = static_cast<double>(PcmFrames.size() / static_cast<size_t>(PcmChannels)) / PcmSampleRate;
+    SelectionStartValueSec = start;
+    SelectionEndValueSec = start;
+    FinishEdit(Action, start, end);
+}
+
+// The common tail of every edit that changed the audio, in its fixed order.
+void GLWaveEdit::FinishEdit(const char* Action, double SpanStartSec, double SpanEndSec)
+{
+    InvalidateWaveCaches();
+    ClampView();
+    SignalEditActionRequested.emit(std::string(Action), SpanStartSec, SpanEndSec);
+    EmitSelectionChanged();
+    StoreActiveDocument();
+}
+
+void GLWaveEdit::RequestCutSelection()
+{
+    if (!HasSelection() || !bUsePcmFrames || PcmChannels <= 0 || PcmSampleRate <= 0)
+        return;
+    RequestCopySelection();
+    RemoveSelectedFrames("cut");
+}
+
+void GLWaveEdit::RequestDeleteSelection()
+{
+    if (!HasSelection() || !bUsePcmFrames || PcmChannels <= 0 || PcmSampleRate <= 0)
+        return;
+    RemoveSelectedFrames("delete");
+}
+
+void GLWaveEdit::RequestPasteAtSelection()
+{
+    if (ClipboardFrames.empty() || !bUsePcmFrames || PcmChannels <= 0 || PcmSampleRate <= 0 ||
+        ClipboardSampleRate != PcmSampleRate || ClipboardChannels != PcmChannels)
+        return;
+    const bool selected = HasSelection();
+    const double at = selected ? SelectionStartSec() : HoverTimeSec;
+    const int64_t frameCount = static_cast<int64_t>(PcmFrames.size()) / PcmChannels;
+    int64_t insertFrame = FrameOfTime(at, PcmSampleRate, frameCount);
+    if (selected)
+    {
+        const FrameRange range = FramesOfSpan(SelectionStartSec(), SelectionEndSec(), PcmSampleRate, frameCount);
+        if (!range.IsEmpty())
+        {
+            PcmFrames.erase(PcmFrames.begin() + range.StartFrame * PcmChannels,
+                            PcmFrames.begin() + range.EndFrame * PcmChannels);
+            insertFrame = range.StartFrame;
+        }
+    }
+    // Growth goes through ReserveFloats so a long document lands on huge pages.
+    const size_t needed = PcmFrames.size() + ClipboardFrames.size();
+    if (PcmFrames.capacity() < needed)
+        ReserveFloats(PcmFrames, needed + needed / 4);
+    PcmFrames.insert(PcmFrames.begin() + insertFrame * PcmChannels, ClipboardFrames.begin(), ClipboardFrames.end());
+    DurationSec = static_cast<double>(PcmFrames.size() / static_cast<size_t>(PcmChannels)) / PcmSampleRate;
+
+    const double pasteStart = static_cast<double>(insertFrame) / PcmSampleRate;
+    const double pasteEnd =
+        pasteStart + static_cast<double>(ClipboardFrames.size() / static_cast<size_t>(PcmChannels)) / PcmSampleRate;
+    SelectionStartValueSec = pasteStart;
+    SelectionEndValueSec = pasteEnd;
+    FinishEdit("paste", pasteStart, pasteEnd);
+}
+
+// --- Gain ---
+
+bool GLWaveEdit::ApplyGainPercent(double Percent, std::string* ErrorMessage)
+{
+    const auto fail = [ErrorMessage](const char* Message) {
+        if (ErrorMessage)
+            *ErrorMessage = Message;
+        return false;
+    };
+    if (!bUsePcmFrames || PcmFrames.empty() || PcmChannels <= 0 || PcmSampleRate <= 0)
+        return fail("No decoded PCM audio available for gain.");
+    if (!std::isfinite(Percent) || Percent < 0.0)
+        return fail("Gain must be a non-negative percent.");
+    const int64_t frameCount = static_cast<int64_t>(PcmFrames.size()) / PcmChannels;
+    if (frameCount == 0)
+        return fail("No audio frames available for gain.");
+    const FrameRange range = HasSelection()
+                                 ? FramesOfSpan(SelectionStartSec(), SelectionEndSec(), PcmSampleRate, frameCount)
+                                 : FrameRange{0, frameCount};
+    if (range.IsEmpty())
+        return fail("Selected audio range is empty.");
+
+    StopPlayback();
+    // A gain beyond float range is held at FLT_MAX, so silence stays 0.0
+    // instead of becoming 0 x inf = NaN; everything else clamps to full scale.
+    const float gain = static_cast<float>(std::min(Percent / 100.0, static_cast<double>(FLT_MAX)));
+    float* const first = PcmFrames.data() + range.StartFrame * PcmChannels;
+    float* const last = PcmFrames.data() + range.EndFrame * PcmChannels;
+    for (float* sample = first; sample != last; ++sample)
+    {
+        const float product = *sample * gain;
+        *sample = product > 1.0f ? 1.0f : (product < -1.0f ? -1.0f : (product == product ? product : 0.0f));
+    }
+    InvalidateWaveCaches();
+
+    char action[512];
+    std::snprintf(action, sizeof(action), "gain %f%%", Percent);
+    SignalEditActionRequested.emit(std::string(action), static_cast<double>(range.StartFrame) / PcmSampleRate,
+                                   static_cast<double>(range.EndFrame) / PcmSampleRate);
+    StoreActiveDocument();
+    return true;
+}
+
+// --- Input ---
+
+// A seek from the mouse: the editor's own player while it has PCM, the host
+// otherwise, which hears of it through SignalSeekCommitted.
+void GLWaveEdit::CommitSeek(double TimeSec)
+{
+    CommittedSeekDisplaySec = TimeSec;
+    CommittedSeekDisplayFrames = 12;
+    if (bUsePcmFrames)
+        SeekPlaybackTo(TimeSec);
+    else
+        SignalSeekCommitted.emit(TimeSec);
+}
+
+// Preview time under a seek drag: the anchor time until the pointer has moved
+// more than 4 pixels from the press, the time under the pointer after.
+void GLWaveEdit::ApplySeekPositionRule(double MouseX)
+{
+    double width = 1.0;
+    double height = 1.0;
+    ScreenSizePx(width, height);
+    const double dragThreshold = (2.0 / width) * 4.0;
+    PreviewTimeSec = std::fabs(MouseX - DragAnchorMouseX) > dragThreshold ? TimeForMouse(MouseX) : DragAnchorTimeSec;
+}
+
+bool GLWaveEdit::IsOnSelectionEdge(double TimeSec, double ToleranceSec) const
+{
+    return HasSelection() && (std::fabs(TimeSec - SelectionStartSec()) <= ToleranceSec ||
+                              std::fabs(TimeSec - SelectionEndSec()) <= ToleranceSec);
+}
+
+void GLWaveEdit::BeginLeftDrag(double MouseX)
+{
+    Tarvik& root = *p->pTarvik;
+    root.ClearWindowFocus();
+    bFocused = true;
+    const bool shiftHeld = (SDL_GetModState() & 3) != 0;
+    const double edgeTolSec = SelectionEdgeHitToleranceSec();
+    if (shiftHeld && HasSelection() && std::fabs(HoverTimeSec - SelectionStartSec()) <= edgeTolSec)
+    {
+        ActiveDrag = DragResizeSelectionStart;
+    }
+    else if (shiftHeld && HasSelection() && std::fabs(HoverTimeSec - SelectionEndSec()) <= edgeTolSec)
+    {
+        ActiveDrag = DragResizeSelectionEnd;
+    }
+    else if (shiftHeld)
+    {
+        ActiveDrag = DragSelect;
+        SelectionAnchorSec = HoverTimeSec;
+        SelectionStartValueSec = HoverTimeSec;
+        SelectionEndValueSec = HoverTimeSec;
+        EmitSelectionChanged();
+    }
+    else
+    {
+        ActiveDrag = DragSeek;
+        DragAnchorMouseX = MouseX;
+        DragAnchorTimeSec = HoverTimeSec;
+        PreviewTimeSec = HoverTimeSec;
+        CommitSeek(HoverTimeSec);
+    }
+    root.MarkChildWindowProcessed();
+}
+
+void GLWaveEdit::BeginPan(double MouseX)
+{
+    Tarvik& root = *p->pTarvik;
+    root.ClearWindowFocus();
+    bFocused = true;
+    ActiveDrag = DragPan;
+    DragAnchorMouseX = MouseX;
+    DragAnchorViewStartSec = ViewStartSec;
+    DragAnchorViewEndSec = ViewEndSec;
+    root.MarkChildWindowProcessed();
+}
+
+// One pass of a held button: the drag's effect, its cursor, the claim on input.
+void GLWaveEdit::HoldDrag(double MouseX, bool bLeftDown, bool bMiddleDown)
+{
+    Tarvik& root = *p->pTarvik;
+    if (ActiveDrag == DragSeek && bLeftDown)
+    {
+        ApplySeekPositionRule(MouseX);
+        SignalSeekPreview.emit(PreviewTimeSec);
+        root.SetChildWindowCursor(11);
+        root.MarkChildWindowProcessed();
+    }
+    if (ActiveDrag == DragSelect && bLeftDown)
+    {
+        SelectionEndValueSec = TimeForMouse(MouseX);
+        EmitSelectionChanged();
+        root.SetChildWindowCursor(11);
+        root.MarkChildWindowProcessed();
+    }
+    if ((ActiveDrag == DragResizeSelectionStart || ActiveDrag == DragResizeSelectionEnd) && bLeftDown)
+    {
+        const double t = std::clamp(TimeForMouse(MouseX), 0.0, std::max(DurationSec, 0.0));
+        (ActiveDrag == DragResizeSelectionStart ? SelectionStartValueSec : SelectionEndValueSec) = t;
+        EmitSelectionChanged();
+        root.SetChildWindowCursor(5);
+        root.MarkChildWindowProcessed();
+    }
+    if (ActiveDrag == DragPan && bMiddleDown)
+    {
+        // From the anchors every pass, so nothing accumulates at an edge.
+        const double viewSpan = std::max(DragAnchorViewEndSec - DragAnchorViewStartSec, MinViewSpanSec);
+        const double dxFrac = (MouseX - DragAnchorMouseX) / std::max(PlotX2 - PlotX1, 1e-9);
+        const double shiftSec = -dxFrac * viewSpan;
+        ViewStartSec = DragAnchorViewStartSec + shiftSec;
+        ViewEndSec = DragAnchorViewEndSec + shiftSec;
+        ClampView();
+        root.SetChildWindowCursor(11);
+        root.MarkChildWindowProcessed();
+    }
+}
+
+void GLWaveEdit::MouseProcessing()
+{
+    if (!bEnabled || !bVisible)
+        return;
+    SyncPlaybackState();
+    if (!GLGeometry::IsValidRect(X1, Y1, X2, Y2))
+    {
+        ActiveDrag = DragNone;
+        bHover = false;
+        return;
+    }
+    if (!p || !p->pMouse || !p->pTarvik)
+        return;
+    UpdatePlotRect(true);
+
+    const Mouse& pointer = *p->pMouse;
+    const double mx = pointer.X3D;
+    const double my = pointer.Y3D;
+    const bool inside = IsInsidePlot(mx, my);
+    bHover = inside;
+    if (inside)
+    {
+        HoverTimeSec = TimeForMouse(mx);
+        HoverPeak = WaveformPeakForSpan(HoverTimeSec,
+                                        HoverTimeSec + std::max((ViewEndSec - ViewStartSec) / 300.0, 0.001));
+    }
+
+    const bool leftDown = pointer.pButton[0];
+    const bool middleDown = pointer.pButton[1];
+    const bool leftPressed = leftDown && !pointer.pPrevButton[0];
+    const bool leftReleased = !leftDown && pointer.pPrevButton[0];
+    const bool middlePressed = middleDown && !pointer.pPrevButton[1];
+    const bool middleReleased = !middleDown && pointer.pPrevButton[1];
+
+    // A press wins over whatever drag was running.
+    if (leftPressed && inside)
+        BeginLeftDrag(mx);
+    if (middlePressed && inside)
+        BeginPan(mx);
+    HoldDrag(mx, leftDown, middleDown);
+
+    const bool leftDrag = ActiveDrag == DragSeek || ActiveDrag == DragSelect ||
+                          ActiveDrag == DragResizeSelectionStart || ActiveDrag == DragResizeSelectionEnd;
+    if (leftReleased && leftDrag)
+    {
+        if (ActiveDrag == DragSeek)
+        {
+            ApplySeekPositionRule(mx);
+            CommitSeek(PreviewTimeSec);
+        }
+        ActiveDrag = DragNone;
+    }
+    if (middleReleased && ActiveDrag == DragPan)
+        ActiveDrag = DragNone;
+    // A resize whose release this window never saw.
+    if (!leftDown && !middleDown &&
+        (ActiveDrag == DragResizeSelectionStart || ActiveDrag == DragResizeSelectionEnd))
+        ActiveDrag = DragNone;
+
+    if (inside && ActiveDrag == DragNone)
+    {
+        Tarvik& root = *p->pTarvik;
+        root.SetChildWindowCursor(IsOnSelectionEdge(HoverTimeSec, SelectionEdgeHitToleranceSec()) ? 5 : 11);
+        root.MarkChildWindowProcessed();
+    }
+}
+
+void GLWaveEdit::EventMouseOut()
+{
+    bHovered = false;
+    bHover = false;
+    HoverPeak = -1.0;
+}
+
+static void ClaimInput(bool bTakeFocus, GLChildWindow& Window)
+{
+    if (!p || !p->pTarvik)
+        return;
+    if (bTakeFocus)
+    {
+        p->pTarvik->ClearWindowFocus();
+        Window.bFocused = true;
+    }
+    p->pTarvik->MarkChildWindowProcessed();
+}
+
+void GLWaveEdit::EventMouseClick(int ButtonID, double x, double y)
+{
+    GLChildWindow::EventMouseClick(ButtonID, x, y);
+    UpdatePlotRect(true);
+
+    if (bTabMenuOpen)
+    {
+        if (ButtonID == 0 && HitTestTabMenuItem(x, y) == 0)
+        {
+            const int closeIndex = TabMenuDocumentIndex;
+            CloseTabMenu();
+            CloseDocument(closeIndex);
+            return;
+        }
+        // Any other click closes the menu and then does what it would have done.
+        if (ButtonID != 0 || !IsInsideTabMenu(x, y))
+            CloseTabMenu();
+    }
+
+    if (ButtonID == 0)
+    {
+        const int closeTabIndex = HitTestDocumentTabClose(x, y);
+        if (closeTabIndex >= 0)
+        {
+            CloseDocument(closeTabIndex);
+            ClaimInput(false, *this);
+            return;
+        }
+        const int tabIndex = HitTestDocumentTab(x, y);
+        if (tabIndex >= 0)
+        {
+            LoadActiveDocument(tabIndex);
+            ClaimInput(true, *this);
+        }
+        return;
+    }
+    if (ButtonID == 2)
+    {
+        const int tabIndex = HitTestDocumentTab(x, y);
+        if (tabIndex >= 0)
+        {
+            OpenTabMenu(x, y, tabIndex);
+            ClaimInput(false, *this);
+        }
+        return;
+    }
+    if (ButtonID == 3 || ButtonID == 4)
+    {
+        const double anchor = IsInsidePlot(x, y) ? TimeForMouse(x) : (ViewStartSec + ViewEndSec) * 0.5;
+        const double ratio = ButtonID == 3 ? 1.0 / (1.0 + WheelZoomStep) : 1.0 + WheelZoomStep;
+        ZoomAroundTime(anchor, ratio);
+    }
+}
+
+void GLWaveEdit::EventMouseRelease(int ButtonID, double x, double y)
+{
+    GLChildWindow::EventMouseRelease(ButtonID, x, y);
+}
+
+void GLWaveEdit::EventMouseDoubleClick(int ButtonID)
+{
+    GLChildWindow::EventMouseDoubleClick(ButtonID);
+    if (ButtonID == 0)
+        FitViewToData();
+}
+
+bool GLWaveEdit::HandleGlobalKey(int KeySym, bool ShiftMod, bool ControlMod, bool AltMod)
+{
+    (void)ShiftMod;  // shift neither blocks nor changes a key
+    if (!bFocused)
+        return false;
+    if (ControlMod || AltMod)
+        return false;
+    GLKeyAction action = GLKeyAction::None;
+    switch (KeySym)
+    {
+    case 32: action = GLKeyAction::Activate; break;      // space
+    case 102: action = GLKeyAction::SelectFirst; break;  // f
+    case 99: action = GLKeyAction::Cancel; break;        // c
+    default: return false;
+    }
+    return GLDispatchKeyAction(action, [this](GLKeyAction Action) {
+        switch (Action)
+        {
+        case GLKeyAction::Activate:
+            if (bUsePcmFrames)
+                TogglePlayback(nullptr);
+            else
+                SignalTogglePause.emit(true);
+            break;
+        case GLKeyAction::SelectFirst: FitViewToData(); break;
+        case GLKeyAction::Cancel: ClearSelection(true); break;
+        default: break;
+        }
+        return true;
+    });
+}
