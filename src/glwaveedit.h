@@ -325,4 +325,37 @@ public:
 private:
     double NiceTimeStep(double RoughStepSec) const;
     std::string FormatTimeLabel(double TimeSec) const;
+
+    // Min/max of the channel mix over fixed blocks of frames, so that a column
+    // of an hour-long view reads a few thousand values instead of millions.
+    struct MixSummaryLevel
+    {
+        int64_t FramesPerBlock = 1;
+        std::vector<float> MinAmp;
+        std::vector<float> MaxAmp;
+    };
+    std::vector<MixSummaryLevel> MixSummary;  // finest level first
+    const float* MixSummaryData = nullptr;    // PcmFrames.data() it was built from
+    size_t MixSummarySize = 0;                // PcmFrames.size() it was built from
+
+    bool IsPcmUsable() const;
+    void RebuildMixSummary();
+    float MixedFrame(int64_t Frame) const;
+    void MixedRangeForFrames(int64_t FirstFrame, int64_t LastFrame, double& OutMin, double& OutMax) const;
+    bool PcmColumns(int ColumnCount);
+    bool LodProviderColumns(int ColumnCount);
+    bool RangeColumns(int ColumnCount);
+    bool RefreshRenderColumns(int ColumnCount, double WidthPx);
+
+    int TextSizePx() const;
+    void RenderFrame() const;
+    void RenderTabBar() const;
+    void RenderTabMenu() const;
+    void RenderGrid(double StepSec) const;
+    void RenderWaveform();
+    void RenderSelection() const;
+    void RenderMarkers() const;
+    void RenderTimeLabels(double StepSec) const;
+    void RenderStatusLine() const;
+    void RenderCentredMessage() const;
 };
