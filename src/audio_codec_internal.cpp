@@ -1,0 +1,602 @@
+// The audio encoder on FFmpeg.
+//
+// Index:
+//   --- Formats ---         extension to muxer, encoder and settings
+//   --- Temporary file ---  the file beside the target, renamed when complete
+//   --- Encoder session --- muxer, encoder, resampler and FIFO of one file
+//   --- Entry point ---
+
+#include "audio_codec_internal.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <iterator>
+#include <random>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/audio_fifo.h>
+#include <libavutil/channel_layout.h>
+#include <libavutil/error.h>
+#include <libswresample/swresample.h>
+}
+
+namespace {
+
+constexpr int kMaxChannels = 8;
+// Far above any real audio; keeps a wild value from reaching the codecs.
+constexpr int kMaxSampleRateHz = 768000;
+constexpr int kDefaultBitrateKbps = 192;
+constexpr int kMinBitrateKbps = 32;
+constexpr int kMaxBitrateKbps = 320;
+// libopus refuses more than this per channel.
+constexpr int kOpusMaxKbpsPerChannel = 256;
+// Codecs that take frames of any length (PCM) get them in this size, and the
+// input goes to the resampler in slices of this many frames.
+constexpr int kSliceFrames = 4096;
+
+std::string FfmpegErrorText(int Code)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(Code, text, sizeof text);
+    return text;
+}
+
+std::string SystemErrorText(int Code) { return std::strerror(Code); }
+
+// --- Formats ---
+
+enum class RateControl
+{
+    None,     // lossless: the bitrate is not used
+    Bitrate,  // average bitrate in bits per second
+    Quality,  // Vorbis: libvorbis refuses many average bitrates for a given rate
+              // and channel count, but takes every quality
+};
+
+struct OutputFormat
+{
+    const char* Extension;  // lower case, with its dot
+    const char* MuxerName;
+    const char* EncoderName;
+    RateControl Control;
+};
+
+constexpr OutputFormat kOutputFormats[] = {
+    {".ogg", "ogg", "libvorbis", RateControl::Quality},
+    {".opus", "opus", "libopus", RateControl::Bitrate},
+    {".mp3", "mp3", "libmp3lame", RateControl::Bitrate},
+    {".flac", "flac", "flac", RateControl::None},
+    // 32-bit float keeps the editor's samples exactly, also beyond full scale.
+    {".wav", "wav", "pcm_f32le", RateControl::None},
+    {".m4a", "ipod", "aac", RateControl::Bitrate},
+};
+
+const OutputFormat* FindOutputFormat(const std::string& Path)
+{
+    std::string extension = std::filesystem::path(Path).extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    for (const OutputFormat& format : kOutputFormats)
+        if (extension == format.Extension)
+            return &format;
+    return nullptr;
+}
+
+std::string UnsupportedExtensionText(const std::string& Path)
+{
+    const std::string extension = std::filesystem::path(Path).extension().string();
+    const std::string what =
+        extension.empty() ? "The file name has no extension" : "Unsupported audio file extension: " + extension;
+    return what + " (use .ogg, .opus, .mp3, .flac, .wav or .m4a).";
+}
+
+int BoundedBitrateKbps(int BitrateKbps)
+{
+    if (BitrateKbps <= 0)
+        return kDefaultBitrateKbps;
+    return std::clamp(BitrateKbps, kMinBitrateKbps, kMaxBitrateKbps);
+}
+
+// The Vorbis quality (0..10) whose nominal rate for 44.1 kHz stereo is the
+// given one, interpolated between the steps.
+double VorbisQualityForKbps(int Kbps)
+{
+    constexpr int kNominalKbps[] = {64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 500};
+    constexpr int kSteps = static_cast<int>(std::size(kNominalKbps));
+    if (Kbps <= kNominalKbps[0])
+        return 0.0;
+    for (int quality = 1; quality < kSteps; ++quality)
+    {
+        if (Kbps <= kNominalKbps[quality])
+        {
+            const int low = kNominalKbps[quality - 1];
+            return quality - 1 + static_cast<double>(Kbps - low) / (kNominalKbps[quality] - low);
+        }
+    }
+    return kSteps - 1.0;
+}
+
+// Float where the codec takes it, else the deepest integer format it has.
+AVSampleFormat ChooseSampleFormat(const AVCodec* pCodec)
+{
+    constexpr AVSampleFormat kPreferred[] = {AV_SAMPLE_FMT_FLTP, AV_SAMPLE_FMT_FLT, AV_SAMPLE_FMT_S32P,
+                                             AV_SAMPLE_FMT_S32,  AV_SAMPLE_FMT_S16P, AV_SAMPLE_FMT_S16};
+    if (!pCodec->sample_fmts)
+        return AV_SAMPLE_FMT_FLT;
+    for (AVSampleFormat preferred : kPreferred)
+        for (const AVSampleFormat* pFormat = pCodec->sample_fmts; *pFormat != AV_SAMPLE_FMT_NONE; ++pFormat)
+            if (*pFormat == preferred)
+                return preferred;
+    return pCodec->sample_fmts[0];
+}
+
+// The input rate where the codec takes it, else the nearest supported rate
+// above it (nothing is lost), else the highest.
+int ChooseSampleRate(const AVCodec* pCodec, int InputRateHz)
+{
+    if (!pCodec->supported_samplerates)
+        return InputRateHz;
+    int nearestAbove = 0;
+    int highest = 0;
+    for (const int* pRate = pCodec->supported_samplerates; *pRate != 0; ++pRate)
+    {
+        if (*pRate == InputRateHz)
+            return InputRateHz;
+        if (*pRate > InputRateHz && (nearestAbove == 0 || *pRate < nearestAbove))
+            nearestAbove = *pRate;
+        highest = std::max(highest, *pRate);
+    }
+    return nearestAbove != 0 ? nearestAbove : highest;
+}
+
+// The input's channel count where the codec takes it; otherwise the largest
+// layout below it (MP3 holds two channels: more are mixed down), else the first.
+int ChooseChannelLayout(const AVCodec* pCodec, int Channels, AVChannelLayout* OutLayout)
+{
+    if (!pCodec->ch_layouts)
+    {
+        av_channel_layout_default(OutLayout, Channels);
+        return 0;
+    }
+    const AVChannelLayout* pBest = nullptr;
+    for (const AVChannelLayout* pLayout = pCodec->ch_layouts; pLayout->nb_channels != 0; ++pLayout)
+    {
+        if (pLayout->nb_channels == Channels)
+            return av_channel_layout_copy(OutLayout, pLayout);
+        if (pLayout->nb_channels < Channels && (!pBest || pLayout->nb_channels > pBest->nb_channels))
+            pBest = pLayout;
+    }
+    return av_channel_layout_copy(OutLayout, pBest ? pBest : pCodec->ch_layouts);
+}
+
+// --- Temporary file ---
+
+// A uniquely named file in the target's folder. It replaces the target only
+// through CommitAs; otherwise the destructor removes it.
+class TemporaryFile
+{
+public:
+    TemporaryFile() = default;
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile() { Discard(); }
+
+    bool Create(const std::filesystem::path& Target, std::string& OutError)
+    {
+        const std::filesystem::path folder = Target.has_parent_path() ? Target.parent_path() : ".";
+        std::random_device randomSource;
+        constexpr int kAttempts = 16;
+        int lastError = 0;
+        for (int attempt = 0; attempt < kAttempts && Fd < 0; ++attempt)
+        {
+            char suffix[16];
+            std::snprintf(suffix, sizeof suffix, "%08x", static_cast<unsigned>(randomSource()));
+            // Hidden, and ending in the target's extension, which some muxers check.
+            const std::string candidate =
+                (folder / ("." + Target.stem().string() + ".tmp-" + suffix + Target.extension().string())).string();
+            Fd = open(candidate.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+            lastError = errno;
+            if (Fd >= 0)
+                FilePath = candidate;
+        }
+        if (Fd < 0)
+        {
+            OutError = "Cannot create a file in \"" + folder.string() + "\": " + SystemErrorText(lastError);
+            return false;
+        }
+        KeepModeOf(Target);
+        return true;
+    }
+
+    // Flushes the data to the disk before the rename, so that a crash right
+    // after it cannot leave an empty file in place of the old one.
+    bool CommitAs(const std::filesystem::path& Target, std::string& OutError)
+    {
+        if (fsync(Fd) != 0)
+        {
+            const int error = errno;
+            return Fail("Cannot write \"" + Target.string() + "\": ", error, OutError);
+        }
+        close(Fd);
+        Fd = -1;
+        if (std::rename(FilePath.c_str(), Target.c_str()) != 0)
+        {
+            const int error = errno;
+            return Fail("Cannot replace \"" + Target.string() + "\": ", error, OutError);
+        }
+        FilePath.clear();
+        return true;
+    }
+
+    const std::string& Path() const { return FilePath; }
+
+private:
+    // Saving over a file keeps who may read it.
+    void KeepModeOf(const std::filesystem::path& Target)
+    {
+        struct stat status = {};
+        if (stat(Target.c_str(), &status) == 0 && S_ISREG(status.st_mode))
+            fchmod(Fd, status.st_mode & 07777);
+    }
+
+    bool Fail(const std::string& What, int Code, std::string& OutError)
+    {
+        OutError = What + SystemErrorText(Code);
+        Discard();
+        return false;
+    }
+
+    void Discard()
+    {
+        if (Fd >= 0)
+            close(Fd);
+        Fd = -1;
+        if (!FilePath.empty())
+            unlink(FilePath.c_str());
+        FilePath.clear();
+    }
+
+    std::string FilePath;
+    int Fd = -1;
+};
+
+// --- Encoder session ---
+
+struct EncodeRequest
+{
+    const OutputFormat& Format;
+    const AVCodec* pCodec;
+    int SampleRate;
+    int Channels;
+    int BitrateKbps;
+};
+
+// The FFmpeg objects of one file, declared in the order of their making and
+// released in reverse by the destructor. Each step returns false and leaves a
+// text in Error() on failure.
+class EncoderSession
+{
+public:
+    EncoderSession() = default;
+    EncoderSession(const EncoderSession&) = delete;
+    EncoderSession& operator=(const EncoderSession&) = delete;
+
+    ~EncoderSession()
+    {
+        av_packet_free(&pPacket);
+        av_frame_free(&pFrame);
+        av_frame_free(&pConverted);
+        if (pFifo)
+            av_audio_fifo_free(pFifo);
+        swr_free(&pResampler);
+        if (pOutput)
+            avio_closep(&pOutput->pb);
+        avcodec_free_context(&pEncoder);
+        avformat_free_context(pOutput);
+    }
+
+    bool Open(const EncodeRequest& Request, const std::string& FilePath)
+    {
+        InputChannels = Request.Channels;
+        return OpenMuxer(Request.Format, FilePath) && OpenEncoder(Request) && OpenStream(FilePath) &&
+               OpenResampler(Request.SampleRate) && AllocateBuffers();
+    }
+
+    bool Write(const std::vector<float>& Samples)
+    {
+        const size_t frameCount = Samples.size() / static_cast<size_t>(InputChannels);
+        for (size_t first = 0; first < frameCount; first += kSliceFrames)
+        {
+            const int count = static_cast<int>(std::min<size_t>(kSliceFrames, frameCount - first));
+            const uint8_t* pInput = reinterpret_cast<const uint8_t*>(Samples.data() + first * InputChannels);
+            if (!Resample(&pInput, count) || !EncodeFromFifo(FrameSize))
+                return false;
+        }
+        return true;
+    }
+
+    // Drains the resampler, the FIFO's short tail and the encoder, then closes
+    // the file.
+    bool Finish()
+    {
+        if (!Resample(nullptr, 0) || !EncodeFromFifo(1) || !SendToEncoder(nullptr))
+            return false;
+        const int trailerResult = av_write_trailer(pOutput);
+        if (trailerResult < 0)
+            return Fail("Failed to finish the audio file", trailerResult);
+        const int closeResult = avio_closep(&pOutput->pb);
+        if (closeResult < 0)
+            return Fail("Failed to close the audio file", closeResult);
+        return true;
+    }
+
+    const std::string& Error() const { return ErrorText; }
+
+private:
+    bool Fail(const std::string& What, int Code)
+    {
+        ErrorText = What + ": " + FfmpegErrorText(Code) + ".";
+        return false;
+    }
+
+    bool OpenMuxer(const OutputFormat& Format, const std::string& FilePath)
+    {
+        const int result = avformat_alloc_output_context2(&pOutput, nullptr, Format.MuxerName, FilePath.c_str());
+        if (result < 0 || !pOutput)
+            return Fail(std::string("Failed to set up the ") + Format.MuxerName + " container", result);
+        return true;
+    }
+
+    bool OpenEncoder(const EncodeRequest& Request)
+    {
+        pEncoder = avcodec_alloc_context3(Request.pCodec);
+        if (!pEncoder)
+            return Fail("Failed to allocate the encoder", AVERROR(ENOMEM));
+        const int layoutResult = ChooseChannelLayout(Request.pCodec, Request.Channels, &pEncoder->ch_layout);
+        if (layoutResult < 0)
+            return Fail("Failed to choose a channel layout", layoutResult);
+        pEncoder->sample_fmt = ChooseSampleFormat(Request.pCodec);
+        pEncoder->sample_rate = ChooseSampleRate(Request.pCodec, Request.SampleRate);
+        pEncoder->time_base = AVRational{1, pEncoder->sample_rate};
+        SetRateControl(Request);
+        // FLAC takes 32-bit samples as 24-bit ones, its deepest.
+        if (av_get_packed_sample_fmt(pEncoder->sample_fmt) == AV_SAMPLE_FMT_S32)
+            pEncoder->bits_per_raw_sample = 24;
+        if (pOutput->oformat->flags & AVFMT_GLOBALHEADER)
+            pEncoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+        const int result = avcodec_open2(pEncoder, Request.pCodec, nullptr);
+        if (result < 0)
+            return Fail(std::string("Failed to open the ") + Request.pCodec->name + " encoder", result);
+        const bool bAnyFrameSize = Request.pCodec->capabilities & AV_CODEC_CAP_VARIABLE_FRAME_SIZE;
+        FrameSize = bAnyFrameSize || pEncoder->frame_size <= 0 ? kSliceFrames : pEncoder->frame_size;
+        return true;
+    }
+
+    void SetRateControl(const EncodeRequest& Request)
+    {
+        const int kbps = BoundedBitrateKbps(Request.BitrateKbps);
+        if (Request.Format.Control == RateControl::Quality)
+        {
+            pEncoder->flags |= AV_CODEC_FLAG_QSCALE;
+            pEncoder->global_quality = static_cast<int>(std::lround(VorbisQualityForKbps(kbps) * FF_QP2LAMBDA));
+        }
+        else if (Request.Format.Control == RateControl::Bitrate)
+        {
+            const bool bOpus = Request.pCodec->id == AV_CODEC_ID_OPUS;
+            const int ceilingKbps = bOpus ? kOpusMaxKbpsPerChannel * pEncoder->ch_layout.nb_channels : kbps;
+            pEncoder->bit_rate = static_cast<int64_t>(std::min(kbps, ceilingKbps)) * 1000;
+        }
+    }
+
+    bool OpenStream(const std::string& FilePath)
+    {
+        pStream = avformat_new_stream(pOutput, nullptr);
+        if (!pStream)
+            return Fail("Failed to add the audio stream", AVERROR(ENOMEM));
+        const int parameterResult = avcodec_parameters_from_context(pStream->codecpar, pEncoder);
+        if (parameterResult < 0)
+            return Fail("Failed to describe the audio stream", parameterResult);
+        pStream->time_base = pEncoder->time_base;
+        // "file:" keeps a colon in the name from being read as a protocol.
+        const int openResult = avio_open(&pOutput->pb, ("file:" + FilePath).c_str(), AVIO_FLAG_WRITE);
+        if (openResult < 0)
+            return Fail("Failed to open the output file", openResult);
+        const int headerResult = avformat_write_header(pOutput, nullptr);
+        if (headerResult < 0)
+            return Fail("Failed to write the file header", headerResult);
+        return true;
+    }
+
+    bool OpenResampler(int InputRateHz)
+    {
+        AVChannelLayout inputLayout = {};
+        av_channel_layout_default(&inputLayout, InputChannels);
+        const int allocResult =
+            swr_alloc_set_opts2(&pResampler, &pEncoder->ch_layout, pEncoder->sample_fmt, pEncoder->sample_rate,
+                                &inputLayout, AV_SAMPLE_FMT_FLT, InputRateHz, 0, nullptr);
+        av_channel_layout_uninit(&inputLayout);
+        if (allocResult < 0 || !pResampler)
+            return Fail("Failed to set up the resampler", allocResult < 0 ? allocResult : AVERROR(ENOMEM));
+        const int initResult = swr_init(pResampler);
+        if (initResult < 0)
+            return Fail("Failed to set up the resampler", initResult);
+        return true;
+    }
+
+    bool AllocateBuffers()
+    {
+        pFifo = av_audio_fifo_alloc(pEncoder->sample_fmt, pEncoder->ch_layout.nb_channels, FrameSize);
+        pConverted = av_frame_alloc();
+        pFrame = av_frame_alloc();
+        pPacket = av_packet_alloc();
+        if (!pFifo || !pConverted || !pFrame || !pPacket)
+            return Fail("Failed to allocate audio buffers", AVERROR(ENOMEM));
+        return ReserveFrame(pFrame, FrameSize);
+    }
+
+    // Gives Frame room for at least Samples samples in the encoder's format.
+    bool ReserveFrame(AVFrame* pTarget, int Samples)
+    {
+        if (pTarget->nb_samples >= Samples && pTarget->buf[0])
+            return true;
+        av_frame_unref(pTarget);
+        pTarget->format = pEncoder->sample_fmt;
+        pTarget->sample_rate = pEncoder->sample_rate;
+        pTarget->nb_samples = Samples;
+        const int layoutResult = av_channel_layout_copy(&pTarget->ch_layout, &pEncoder->ch_layout);
+        const int result = layoutResult < 0 ? layoutResult : av_frame_get_buffer(pTarget, 0);
+        if (result < 0)
+            return Fail("Failed to allocate audio buffers", result);
+        return true;
+    }
+
+    // Converts Count input frames (none with a null Input: that drains the
+    // resampler's delay) into the FIFO.
+    bool Resample(const uint8_t** Input, int Count)
+    {
+        const int capacity = swr_get_out_samples(pResampler, Count);
+        if (capacity < 0)
+            return Fail("Failed while resampling audio", capacity);
+        if (capacity == 0 || !ReserveFrame(pConverted, capacity))
+            return capacity == 0;
+        const int made = swr_convert(pResampler, pConverted->extended_data, capacity, Input, Count);
+        if (made < 0)
+            return Fail("Failed while resampling audio", made);
+        if (av_audio_fifo_write(pFifo, reinterpret_cast<void**>(pConverted->extended_data), made) < made)
+            return Fail("Failed to buffer audio", AVERROR(ENOMEM));
+        return true;
+    }
+
+    // Encodes frames of FrameSize while the FIFO holds at least MinSamples;
+    // the last one may be shorter.
+    bool EncodeFromFifo(int MinSamples)
+    {
+        while (av_audio_fifo_size(pFifo) >= MinSamples)
+        {
+            const int count = std::min(FrameSize, av_audio_fifo_size(pFifo));
+            // The encoder may still hold the previous buffer; the full size is
+            // restored first so that a fresh buffer is large enough.
+            pFrame->nb_samples = FrameSize;
+            const int writableResult = av_frame_make_writable(pFrame);
+            if (writableResult < 0)
+                return Fail("Failed to allocate audio buffers", writableResult);
+            if (av_audio_fifo_read(pFifo, reinterpret_cast<void**>(pFrame->extended_data), count) < count)
+                return Fail("Failed to buffer audio", AVERROR_BUG);
+            pFrame->nb_samples = count;
+            pFrame->pts = NextPts;
+            NextPts += count;
+            if (!SendToEncoder(pFrame))
+                return false;
+        }
+        return true;
+    }
+
+    // A null Frame flushes the encoder.
+    bool SendToEncoder(const AVFrame* pInput)
+    {
+        const int sendResult = avcodec_send_frame(pEncoder, pInput);
+        if (sendResult < 0)
+            return Fail("Failed to encode audio", sendResult);
+        while (true)
+        {
+            const int receiveResult = avcodec_receive_packet(pEncoder, pPacket);
+            if (receiveResult == AVERROR(EAGAIN) || receiveResult == AVERROR_EOF)
+                return true;
+            if (receiveResult < 0)
+                return Fail("Failed to encode audio", receiveResult);
+            av_packet_rescale_ts(pPacket, pEncoder->time_base, pStream->time_base);
+            pPacket->stream_index = pStream->index;
+            const int writeResult = av_interleaved_write_frame(pOutput, pPacket);
+            if (writeResult < 0)
+                return Fail("Failed to write audio data", writeResult);
+        }
+    }
+
+    AVFormatContext* pOutput = nullptr;  // owns pStream and, while open, its pb
+    AVCodecContext* pEncoder = nullptr;
+    AVStream* pStream = nullptr;
+    SwrContext* pResampler = nullptr;
+    AVAudioFifo* pFifo = nullptr;
+    AVFrame* pConverted = nullptr;  // the resampler's output
+    AVFrame* pFrame = nullptr;      // one frame for the encoder
+    AVPacket* pPacket = nullptr;
+    int InputChannels = 0;
+    int FrameSize = 0;  // samples per encoder frame
+    int64_t NextPts = 0;  // in samples of the encoder's rate
+    std::string ErrorText;
+};
+
+// --- Entry point ---
+
+bool CheckArguments(const std::vector<float>& Samples, int SampleRate, int Channels, std::string& OutError)
+{
+    if (SampleRate < 1 || SampleRate > kMaxSampleRateHz)
+        OutError = "Invalid sample rate: " + std::to_string(SampleRate) + " Hz.";
+    else if (Channels < 1 || Channels > kMaxChannels)
+        OutError = "Invalid channel count: " + std::to_string(Channels) + " (1 to 8).";
+    else if (Samples.size() % static_cast<size_t>(Channels) != 0)
+        OutError = "Sample count " + std::to_string(Samples.size()) + " is not a multiple of " +
+                   std::to_string(Channels) + " channels.";
+    // An empty Ogg, Opus, MP3 or M4A file is not read back by FFmpeg itself, so
+    // no format gets one.
+    else if (Samples.empty())
+        OutError = "Nothing to save: the audio is empty.";
+    else
+        return true;
+    return false;
+}
+
+bool EncodeFile(const std::string& Path, const std::vector<float>& Samples, int SampleRate, int Channels,
+                int BitrateKbps, std::string& OutError)
+{
+    if (!CheckArguments(Samples, SampleRate, Channels, OutError))
+        return false;
+    const OutputFormat* pFormat = FindOutputFormat(Path);
+    if (!pFormat)
+    {
+        OutError = UnsupportedExtensionText(Path);
+        return false;
+    }
+    const AVCodec* pCodec = avcodec_find_encoder_by_name(pFormat->EncoderName);
+    if (!pCodec)
+    {
+        OutError = std::string("This FFmpeg has no ") + pFormat->EncoderName + " encoder for " +
+                   pFormat->Extension + " files.";
+        return false;
+    }
+
+    TemporaryFile file;
+    if (!file.Create(Path, OutError))
+        return false;
+    EncoderSession session;
+    const EncodeRequest request{*pFormat, pCodec, SampleRate, Channels, BitrateKbps};
+    if (!session.Open(request, file.Path()) || !session.Write(Samples) || !session.Finish())
+    {
+        OutError = session.Error();
+        return false;
+    }
+    return file.CommitAs(Path, OutError);
+}
+
+}  // namespace
+
+bool TarvikEncodeFloatAudioFile(const std::string& Path, const std::vector<float>& Samples, int SampleRate,
+                                int Channels, int BitrateKbps, std::string* ErrorMessage)
+{
+    std::string error;
+    const bool bWritten = EncodeFile(Path, Samples, SampleRate, Channels, BitrateKbps, error);
+    if (!bWritten && ErrorMessage)
+        *ErrorMessage = error;
+    return bWritten;
+}
