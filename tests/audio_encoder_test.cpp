@@ -1,0 +1,205 @@
+// The encoder: a tone through every format and back through the ffmpeg
+// program, and saves that fail without harming what was there.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "audio_codec_internal.h"
+#include "test_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr double kToneHz = 1000.0;
+constexpr double kToneAmplitude = 0.5;  // 20 * log10(0.5) = -6.02 dBFS
+constexpr double kToneSeconds = 2.0;
+constexpr int kDecodeRateHz = 48000;
+
+std::vector<float> Tone(int RateHz, int Channels)
+{
+    const size_t frameCount = static_cast<size_t>(kToneSeconds * RateHz);
+    std::vector<float> samples(frameCount * Channels);
+    for (size_t i = 0; i < samples.size(); ++i)
+        samples[i] = static_cast<float>(kToneAmplitude * std::sin(2.0 * M_PI * kToneHz * (i / Channels) / RateHz));
+    return samples;
+}
+
+std::string ReadFile(const std::string& Path)
+{
+    std::ifstream in(Path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+void WriteFile(const std::string& Path, const std::string& Bytes) { std::ofstream(Path, std::ios::binary) << Bytes; }
+
+// Decodes Path with the ffmpeg program to float at 48000 Hz; empty on failure.
+std::vector<float> Decode(const std::string& Path, int Channels)
+{
+    const std::string raw = MakeFfmpegFixture(fs::path(Path).filename().string() + ".f32",
+                                              "-i \"" + Path + "\" -f f32le -ar 48000 -ac " + std::to_string(Channels));
+    const std::string bytes = raw.empty() ? "" : ReadFile(raw);
+    std::vector<float> samples(bytes.size() / sizeof(float));
+    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
+    return samples;
+}
+
+// The level of the middle three quarters, clear of codec delay and padding.
+double MiddleRmsDb(const std::vector<float>& Samples)
+{
+    const size_t first = Samples.size() / 8;
+    const size_t last = Samples.size() - first;
+    double sum = 0.0;
+    for (size_t i = first; i < last; ++i)
+        sum += static_cast<double>(Samples[i]) * Samples[i];
+    return 10.0 * std::log10(sum / std::max<size_t>(1, last - first));
+}
+
+// Hidden temporary files that a save to Target left beside it.
+std::vector<std::string> Leftovers(const std::string& Target)
+{
+    const std::string prefix = "." + fs::path(Target).stem().string() + ".tmp-";
+    std::vector<std::string> names;
+    for (const fs::directory_entry& entry : fs::directory_iterator(fs::path(Target).parent_path()))
+        if (entry.path().filename().string().rfind(prefix, 0) == 0)
+            names.push_back(entry.path().string());
+    return names;
+}
+
+struct RoundTrip
+{
+    const char* Extension;
+    int RateHz;
+    int Channels;
+    int BitrateKbps;
+    int ToleranceFrames;  // at 48 kHz: one codec frame plus the encoder's delay
+    const char* Signature;  // bytes near the start that name container or codec
+};
+
+void PrintTo(const RoundTrip& Trip, std::ostream* pOut)
+{
+    *pOut << Trip.Extension << " " << Trip.RateHz << " Hz " << Trip.Channels << " ch";
+}
+
+class AudioEncoderRoundTrip : public testing::TestWithParam<RoundTrip>
+{
+};
+
+TEST_P(AudioEncoderRoundTrip, ToneComesBackWithItsLengthAndLevel)
+{
+    const RoundTrip& trip = GetParam();
+    // One name per case, so that cases running side by side do not meet.
+    const std::string path = ScratchPath("audio_encoder_test_tone_" + std::to_string(trip.RateHz) + "_" +
+                                         (trip.Extension + 1) + trip.Extension);
+    WriteFile(path, "an older file, to be replaced");
+    std::string error;
+    ASSERT_TRUE(TarvikEncodeFloatAudioFile(path, Tone(trip.RateHz, trip.Channels), trip.RateHz, trip.Channels,
+                                           trip.BitrateKbps, &error))
+        << error;
+    EXPECT_NE(ReadFile(path).substr(0, 4096).find(trip.Signature), std::string::npos);
+
+    const std::vector<float> decoded = Decode(path, trip.Channels);
+    // 2.0 s * 48000 = 96000 frames, whatever the rate written.
+    const long expectedFrames = 96000;
+    const long decodedFrames = static_cast<long>(decoded.size()) / trip.Channels;
+    EXPECT_NEAR(decodedFrames, expectedFrames, trip.ToleranceFrames);
+    // A sine's RMS is its amplitude / sqrt(2): 20 * log10(0.5 / 1.4142) = -9.03 dBFS.
+    EXPECT_NEAR(MiddleRmsDb(decoded), -9.03, 1.0);
+    EXPECT_TRUE(Leftovers(path).empty());
+}
+
+// Bitrate 0 takes the default; 1000 is held to the top of the range, which
+// libopus would refuse for one channel above 256 kbps.
+INSTANTIATE_TEST_SUITE_P(
+    EveryFormat, AudioEncoderRoundTrip,
+    testing::Values(RoundTrip{".wav", 48000, 2, 0, 0, "WAVE"},      // PCM keeps every frame
+                    RoundTrip{".flac", 48000, 2, 0, 0, "fLaC"},     // lossless, length in its header
+                    RoundTrip{".ogg", 48000, 2, 0, 2048, "vorbis"}, // one long block
+                    RoundTrip{".opus", 48000, 2, 0, 1272, "OpusHead"},  // 960 frame + 312 pre-skip
+                    RoundTrip{".mp3", 48000, 2, 0, 2257, "Info"},   // 1152 frame + 576 + 529 delay
+                    RoundTrip{".M4A", 48000, 2, 0, 2048, "M4A "},   // 1024 frame + 1024 priming
+                    // Written at 24000: (480 + 156) * 2 = 1272 frames at 48 kHz.
+                    RoundTrip{".opus", 22050, 1, 1000, 1272, "OpusHead"},
+                    // (576 + 1105) * 48000 / 22050 = 3660 frames at 48 kHz.
+                    RoundTrip{".mp3", 22050, 1, 1000, 3660, "Info"}),
+    [](const testing::TestParamInfo<RoundTrip>& Info) {
+        return std::string(Info.param.Extension + 1) + "_" + std::to_string(Info.param.RateHz) + "Hz_" +
+               std::to_string(Info.param.Channels) + "ch";
+    });
+
+TEST(AudioEncoderFailures, RefusedSaveLeavesTheExistingFileByteForByte)
+{
+    const std::string kept = ScratchPath("audio_encoder_test_keep.wav");
+    const std::string unknown = ScratchPath("audio_encoder_test_keep.xyz");
+    WriteFile(kept, "precious bytes");
+    WriteFile(unknown, "precious bytes");
+    const std::vector<float> stereo = Tone(48000, 2);
+    std::string error;
+
+    EXPECT_FALSE(TarvikEncodeFloatAudioFile(unknown, stereo, 48000, 2, 0, &error));
+    EXPECT_NE(error.find(".xyz"), std::string::npos) << error;
+    EXPECT_EQ(ReadFile(unknown), "precious bytes");
+
+    struct BadCall { std::vector<float> Samples; int RateHz; int Channels; };
+    const BadCall badCalls[] = {{stereo, 0, 2}, {stereo, 48000, 0}, {stereo, 48000, 9}, {{0.1f, 0.2f, 0.3f}, 48000, 2},
+                                {{}, 48000, 2}};
+    for (const BadCall& call : badCalls)
+    {
+        error.clear();
+        EXPECT_FALSE(TarvikEncodeFloatAudioFile(kept, call.Samples, call.RateHz, call.Channels, 0, &error));
+        EXPECT_FALSE(error.empty()) << call.RateHz << " Hz, " << call.Channels << " channels";
+    }
+    EXPECT_FALSE(TarvikEncodeFloatAudioFile(kept, {}, 48000, 2, 0, nullptr));
+    EXPECT_EQ(ReadFile(kept), "precious bytes");
+    EXPECT_TRUE(Leftovers(kept).empty());
+}
+
+TEST(AudioEncoderFailures, FailingRenameRemovesTheTemporaryFile)
+{
+    // A folder where the file should go: the encoding succeeds, the rename cannot.
+    const std::string folder = ScratchPath("audio_encoder_test_folder.flac");
+    fs::create_directories(folder);
+    std::string error;
+    EXPECT_FALSE(TarvikEncodeFloatAudioFile(folder, Tone(48000, 2), 48000, 2, 0, &error));
+    EXPECT_FALSE(error.empty());
+    EXPECT_TRUE(fs::is_directory(folder));
+    EXPECT_TRUE(Leftovers(folder).empty());
+}
+
+TEST(AudioEncoderFailures, UnwritablePlaceFailsWithoutLeavingAFile)
+{
+    const std::string missing = ScratchPath("audio_encoder_test_missing/tone.ogg");
+    for (const std::string& path : {missing, std::string("/proc/audio_encoder_test.ogg")})
+    {
+        std::string error;
+        EXPECT_FALSE(TarvikEncodeFloatAudioFile(path, Tone(48000, 2), 48000, 2, 0, &error)) << path;
+        EXPECT_FALSE(error.empty()) << path;
+    }
+    EXPECT_FALSE(fs::exists(fs::path(missing).parent_path()));
+}
+
+TEST(AudioEncoderFailures, ReadOnlyFolderFailsWithoutLeavingAFile)
+{
+    const std::string folder = ScratchPath("audio_encoder_test_readonly");
+    fs::create_directories(folder);
+    chmod(folder.c_str(), 0555);
+    const std::string probe = folder + "/probe";
+    if (std::ofstream(probe))
+    {
+        fs::remove(probe);
+        chmod(folder.c_str(), 0755);
+        GTEST_SKIP() << "this user (root) writes into a 0555 folder anyway";
+    }
+    std::string error;
+    EXPECT_FALSE(TarvikEncodeFloatAudioFile(folder + "/tone.mp3", Tone(48000, 2), 48000, 2, 0, &error));
+    EXPECT_FALSE(error.empty());
+    EXPECT_TRUE(fs::is_empty(folder));
+    chmod(folder.c_str(), 0755);
+}
+
+}  // namespace
