@@ -19,7 +19,6 @@ namespace fs = std::filesystem;
 constexpr double kToneHz = 1000.0;
 constexpr double kToneAmplitude = 0.5;  // 20 * log10(0.5) = -6.02 dBFS
 constexpr double kToneSeconds = 2.0;
-constexpr int kDecodeRateHz = 48000;
 
 std::vector<float> Tone(int RateHz, int Channels)
 {
@@ -86,9 +85,7 @@ void PrintTo(const RoundTrip& Trip, std::ostream* pOut)
     *pOut << Trip.Extension << " " << Trip.RateHz << " Hz " << Trip.Channels << " ch";
 }
 
-class AudioEncoderRoundTrip : public testing::TestWithParam<RoundTrip>
-{
-};
+class AudioEncoderRoundTrip : public testing::TestWithParam<RoundTrip> {};
 
 TEST_P(AudioEncoderRoundTrip, ToneComesBackWithItsLengthAndLevel)
 {
