@@ -42,7 +42,7 @@ constexpr int kMaxBitrateKbps = 320;
 // libopus refuses more than this per channel.
 constexpr int kOpusMaxKbpsPerChannel = 256;
 // Codecs that take frames of any length (PCM) get them in this size, and the
-// input goes to the resampler in slices of this many frames.
+// resampler makes about this many frames from each slice of the input.
 constexpr int kSliceFrames = 4096;
 
 std::string FfmpegErrorText(int Code)
@@ -316,9 +316,9 @@ public:
     bool Write(const std::vector<float>& Samples)
     {
         const size_t frameCount = Samples.size() / static_cast<size_t>(InputChannels);
-        for (size_t first = 0; first < frameCount; first += kSliceFrames)
+        for (size_t first = 0; first < frameCount; first += static_cast<size_t>(InputSliceFrames))
         {
-            const int count = static_cast<int>(std::min<size_t>(kSliceFrames, frameCount - first));
+            const int count = static_cast<int>(std::min<size_t>(InputSliceFrames, frameCount - first));
             const uint8_t* pInput = reinterpret_cast<const uint8_t*>(Samples.data() + first * InputChannels);
             if (!Resample(&pInput, count) || !EncodeFromFifo(FrameSize))
                 return false;
@@ -420,6 +420,10 @@ private:
 
     bool OpenResampler(int InputRateHz)
     {
+        // Scaled by the rate change, so that a large upsampling does not make
+        // huge buffers.
+        const int64_t sliceFrames = av_rescale(kSliceFrames, InputRateHz, pEncoder->sample_rate);
+        InputSliceFrames = static_cast<int>(std::max<int64_t>(1, sliceFrames));
         AVChannelLayout inputLayout = {};
         av_channel_layout_default(&inputLayout, InputChannels);
         const int allocResult =
@@ -532,6 +536,7 @@ private:
     AVFrame* pFrame = nullptr;      // one frame for the encoder
     AVPacket* pPacket = nullptr;
     int InputChannels = 0;
+    int InputSliceFrames = 0;  // input frames per call of the resampler
     int FrameSize = 0;  // samples per encoder frame
     int64_t NextPts = 0;  // in samples of the encoder's rate
     std::string ErrorText;
