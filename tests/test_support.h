@@ -122,6 +122,7 @@ struct GLWaveEditTestAccess
     GLWE_CALL(EmitSelectionChanged)
     GLWE_CALL(NiceTimeStep)
     GLWE_CALL(FormatTimeLabel)
+    GLWE_CALL(RefreshRenderColumns)
 #undef GLWE_CALL
 
     // A document record's fields, read by index.
