@@ -368,10 +368,16 @@ void HandleMouseButton(const SDL_MouseButtonEvent& Button, Program& App)
 // Wheel up zooms in (button 3), down zooms out (4), one click per step.
 void HandleWheel(const SDL_MouseWheelEvent& Wheel, Program& App)
 {
-    const Mouse& pointer = *App.pHost->pMouse;
-    const int steps = std::min(std::abs(Wheel.y), 10);
+    int pointerX = 0;
+    int pointerY = 0;
+    SDL_GetMouseState(&pointerX, &pointerY);
+    double x = 0.0;
+    double y = 0.0;
+    PointerToNormalised(App.pWindow, pointerX, pointerY, x, y);
+    const int delta = Wheel.direction == SDL_MOUSEWHEEL_FLIPPED ? -Wheel.y : Wheel.y;
+    const int steps = std::min(std::abs(delta), 10);
     for (int i = 0; i < steps; ++i)
-        App.pEditor->EventMouseClick(Wheel.y > 0 ? 3 : 4, pointer.X3D, pointer.Y3D);
+        App.pEditor->EventMouseClick(delta > 0 ? 3 : 4, x, y);
 }
 
 void HandleEvent(const SDL_Event& Event, Program& App)
@@ -411,7 +417,6 @@ void RunFrame(Program& App, Cursors& Shapes)
     host.pMouse->BeginFrame();
     host.pTarvik->bChildWindowProcessed = false;
     host.pTarvik->SetCursor(0, false);
-    ReadPointer(App.pWindow, *host.pMouse);
     SDL_Event event;
     while (SDL_PollEvent(&event))
         HandleEvent(event, App);

@@ -341,6 +341,7 @@ private:
     bool IsPcmUsable() const;
     void RebuildMixSummary();
     float MixedFrame(int64_t Frame) const;
+    void FoldMixRange(int Level, int64_t First, int64_t Last, float& OutMin, float& OutMax) const;
     void MixedRangeForFrames(int64_t FirstFrame, int64_t LastFrame, double& OutMin, double& OutMax) const;
     bool PcmColumns(int ColumnCount);
     bool LodProviderColumns(int ColumnCount);

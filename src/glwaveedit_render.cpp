@@ -136,20 +136,17 @@ void GLWaveEdit::RebuildMixSummary()
     MixSummarySize = PcmFrames.size();
     const int64_t frameCount = static_cast<int64_t>(PcmFrames.size()) / PcmChannels;
 
-    // Every block starts from 0.0, as the span query does; a NaN changes nothing.
+    // Every block starts from 0.0, as the span query does.
     MixSummaryLevel fine;
     fine.FramesPerBlock = kFramesPerFineBlock;
     const int64_t fineCount = (frameCount + kFramesPerFineBlock - 1) / kFramesPerFineBlock;
     fine.MinAmp.assign(static_cast<size_t>(fineCount), 0.0f);
     fine.MaxAmp.assign(static_cast<size_t>(fineCount), 0.0f);
-    for (int64_t f = 0; f < frameCount; ++f)
+    for (int64_t b = 0; b < fineCount; ++b)
     {
-        const float mixed = MixedFrame(f);
-        const size_t block = static_cast<size_t>(f / kFramesPerFineBlock);
-        if (mixed < fine.MinAmp[block])
-            fine.MinAmp[block] = mixed;
-        if (mixed > fine.MaxAmp[block])
-            fine.MaxAmp[block] = mixed;
+        const int64_t last = std::min((b + 1) * kFramesPerFineBlock, frameCount) - 1;
+        FoldMixRange(-1, b * kFramesPerFineBlock, last, fine.MinAmp[static_cast<size_t>(b)],
+                     fine.MaxAmp[static_cast<size_t>(b)]);
     }
 
     MixSummaryLevel coarse;
@@ -167,37 +164,52 @@ void GLWaveEdit::RebuildMixSummary()
     MixSummary.push_back(std::move(coarse));
 }
 
-// Min and max of the mix over FirstFrame..LastFrame, both included: whole
-// blocks from the coarsest level that fits, the ragged ends frame by frame.
-// Min and max are associative, so this equals a scan of every frame.
+// Folds the mix over First..Last (both included) into OutMin and OutMax:
+// whole blocks of Level, the ragged ends through the next finer level, and
+// single frames below the finest.
+void GLWaveEdit::FoldMixRange(int Level, int64_t First, int64_t Last, float& OutMin, float& OutMax) const
+{
+    if (First > Last)
+        return;
+    if (Level < 0)
+    {
+        for (int64_t f = First; f <= Last; ++f)
+        {
+            // A NaN compares false and changes neither.
+            const float mixed = MixedFrame(f);
+            if (mixed < OutMin)
+                OutMin = mixed;
+            if (mixed > OutMax)
+                OutMax = mixed;
+        }
+        return;
+    }
+    const MixSummaryLevel& level = MixSummary[static_cast<size_t>(Level)];
+    const int64_t size = level.FramesPerBlock;
+    const int64_t firstBlock = (First + size - 1) / size;
+    const int64_t endBlock = (Last + 1) / size;  // blocks before it end within the range
+    if (firstBlock >= endBlock)
+    {
+        FoldMixRange(Level - 1, First, Last, OutMin, OutMax);
+        return;
+    }
+    FoldMixRange(Level - 1, First, firstBlock * size - 1, OutMin, OutMax);
+    for (int64_t b = firstBlock; b < endBlock; ++b)
+    {
+        OutMin = std::min(OutMin, level.MinAmp[static_cast<size_t>(b)]);
+        OutMax = std::max(OutMax, level.MaxAmp[static_cast<size_t>(b)]);
+    }
+    FoldMixRange(Level - 1, endBlock * size, Last, OutMin, OutMax);
+}
+
+// Min and max of the mix over FirstFrame..LastFrame, both included, from 0.0
+// like the span query. Min and max are associative, so reading whole blocks
+// from the summary gives exactly what a scan of every frame gives.
 void GLWaveEdit::MixedRangeForFrames(int64_t FirstFrame, int64_t LastFrame, double& OutMin, double& OutMax) const
 {
     float minAmp = 0.0f;
     float maxAmp = 0.0f;
-    for (int64_t f = FirstFrame; f <= LastFrame;)
-    {
-        auto level = MixSummary.rbegin();
-        for (; level != MixSummary.rend(); ++level)
-        {
-            const int64_t size = level->FramesPerBlock;
-            if (f % size == 0 && f + size - 1 <= LastFrame)
-                break;
-        }
-        if (level == MixSummary.rend())
-        {
-            const float mixed = MixedFrame(f);
-            if (mixed < minAmp)
-                minAmp = mixed;
-            if (mixed > maxAmp)
-                maxAmp = mixed;
-            ++f;
-            continue;
-        }
-        const size_t block = static_cast<size_t>(f / level->FramesPerBlock);
-        minAmp = std::min(minAmp, level->MinAmp[block]);
-        maxAmp = std::max(maxAmp, level->MaxAmp[block]);
-        f += level->FramesPerBlock;
-    }
+    FoldMixRange(static_cast<int>(MixSummary.size()) - 1, FirstFrame, LastFrame, minAmp, maxAmp);
     OutMin = std::clamp(static_cast<double>(minAmp), -1.0, 1.0);
     OutMax = std::clamp(static_cast<double>(maxAmp), -1.0, 1.0);
 }
@@ -289,8 +301,11 @@ bool GLWaveEdit::RefreshRenderColumns(int ColumnCount, double WidthPx)
         RebuildMixSummary();
     }
 
-    PcmColumns(columnCount) || ExternalLodForSpan(ViewStartSec, ViewEndSec, columnCount, CachedRenderSamples) ||
-        LodProviderColumns(columnCount) || RangeColumns(columnCount);
+    // Sources in the order of the span query's chain, the cheapest way to each.
+    if (!PcmColumns(columnCount) &&
+        !ExternalLodForSpan(ViewStartSec, ViewEndSec, columnCount, CachedRenderSamples) &&
+        !LodProviderColumns(columnCount))
+        RangeColumns(columnCount);
     CachedRenderStartSec = ViewStartSec;
     CachedRenderEndSec = ViewEndSec;
     CachedRenderSampleCount = columnCount;
@@ -626,7 +641,7 @@ void GLWaveEdit::RenderTimeLabels(double StepSec) const
         const double x = XForTime(tickSec);
         UseColor(*pAxisColor);
         VerticalLine(x, PlotY2, PlotY2 - 4.0 * PixelY());
-        const std::string label = FormatTimeLabel(std::fabs(tickSec) < StepSec * 1e-6 ? 0.0 : tickSec);
+        const std::string label = FormatTimeLabel(tickSec);
         const double width = TextWidth(label, textPx);
         const double left = std::clamp(x - width * 0.5, X1 + PixelX(), X2 - width - PixelX());
         if (left < lastRight + 6.0 * PixelX())
