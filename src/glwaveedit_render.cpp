@@ -40,7 +40,7 @@ static const char* const kEllipsis = "\xE2\x80\xA6";
 static double LadderStep(double X)
 {
     const double decade = std::pow(10.0, std::floor(std::log10(X)));
-    for (const double mantissa : {1.0, 2.0, 5.0, 10.0})
+    for (const double mantissa : {1.0, 2.0, 5.0})
         if (mantissa * decade >= X)
             return mantissa * decade;
     return 10.0 * decade;
@@ -516,7 +516,8 @@ void GLWaveEdit::RenderTabMenu() const
     DrawTextAt("Close", TabMenuX + 10.0 * PixelX(), CentredBaseline(TabMenuY, menuY2, textPx), textPx);
 }
 
-// The first tick at or after the view's start, and how many fit in the view.
+// The first tick at or after the view's start, and how many fit in the view;
+// bounded, since a clamped step may be far below a huge span.
 static int TickRange(double ViewStartSec, double ViewEndSec, double StepSec, double& OutFirstSec)
 {
     OutFirstSec = std::ceil(ViewStartSec / StepSec) * StepSec;
@@ -670,35 +671,38 @@ void GLWaveEdit::RenderStatusLine() const
     DrawTextAt(status, PlotX2 - width - 8.0 * PixelX(), PlotY1 - (textPx + 6.0) * PixelY(), textPx);
 }
 
-// A progress bar while the host loads, or a hint when there is nothing to show.
+// A progress bar while the host loads, or a hint when there is nothing to
+// show, on a panel of the window's background so the waveform cannot hide it.
 void GLWaveEdit::RenderCentredMessage() const
 {
+    const bool bLoading = IsPreloadingProvider && IsPreloadingProvider();
+    if (!bLoading && HasWaveform())
+        return;
+    const double progress = (bLoading && PreloadProgressProvider) ? PreloadProgressProvider() : 0.0;
+    const double fraction = progress == progress ? std::clamp(progress, 0.0, 1.0) : 0.0;
+    const std::string message =
+        bLoading ? "Loading " + std::to_string(static_cast<int>(std::lround(fraction * 100.0))) + "%"
+                 : (Documents.empty() ? "Drop an audio file here" : "No audio yet: drop a file here or paste");
+
     const int textPx = TextSizePx();
     const double midX = (PlotX1 + PlotX2) * 0.5;
     const double midY = (PlotY1 + PlotY2) * 0.5;
-    std::string message;
-    if (IsPreloadingProvider && IsPreloadingProvider())
+    const double barHalfW = (PlotX2 - PlotX1) * 0.3;
+    const double panelHalfW = std::max(bLoading ? barHalfW : 0.0, TextWidth(message, textPx) * 0.5) + 12.0 * PixelX();
+    UseColor(*pBackgroundColor);
+    FillRect(midX - panelHalfW, midY + (textPx + 16.0) * PixelY(), midX + panelHalfW,
+             midY - (bLoading ? 24.0 : 8.0) * PixelY());
+    if (bLoading)
     {
-        const double progress = PreloadProgressProvider ? PreloadProgressProvider() : 0.0;
-        const double fraction = progress == progress ? std::clamp(progress, 0.0, 1.0) : 0.0;
-        const double barX1 = midX - (PlotX2 - PlotX1) * 0.3;
-        const double barX2 = midX + (PlotX2 - PlotX1) * 0.3;
         const double barY1 = midY - 6.0 * PixelY();
         const double barY2 = midY - 16.0 * PixelY();
         UseColor(*pWaveColor);
-        FillRect(barX1, barY1, barX1 + (barX2 - barX1) * fraction, barY2);
+        FillRect(midX - barHalfW, barY1, midX - barHalfW + 2.0 * barHalfW * fraction, barY2);
         UseColor(*pAxisColor);
-        OutlineRect(barX1, barY1, barX2, barY2);
-        message = "Loading " + std::to_string(static_cast<int>(std::lround(fraction * 100.0))) + "%";
+        OutlineRect(midX - barHalfW, barY1, midX + barHalfW, barY2);
     }
-    else if (!HasWaveform())
-    {
-        message = Documents.empty() ? "Drop an audio file here" : "No audio yet: drop a file here or paste";
-    }
-    if (message.empty())
-        return;
     UseColor(*pTextColor);
-    DrawTextAt(message, midX - TextWidth(message, textPx) * 0.5, midY + 8.0 * PixelY(), textPx);
+    DrawTextAt(message, midX - TextWidth(message, textPx) * 0.5, midY + 6.0 * PixelY(), textPx);
 }
 
 void GLWaveEdit::Render(GLdouble X1Clip, GLdouble Y1Clip, GLdouble X2Clip, GLdouble Y2Clip, GLdouble OffsetX,
