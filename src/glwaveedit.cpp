@@ -143,33 +143,48 @@ const std::string& GLWaveEdit::SourcePath() const
 
 // --- Documents ---
 
-// Mirror and record hold the same twelve fields; these two copy all of them,
-// vectors included, in one fixed order.
-static void CopyDocumentFields(const std::string& Path, const std::vector<float>& Peaks,
-                               const std::vector<float>& Frames, std::string& OutPath,
-                               std::vector<float>& OutPeaks, std::vector<float>& OutFrames)
+// Copies of one field between mirror and record; frames and peaks go through
+// AssignFloats so that the target's capacity is reused.
+template <typename T>
+static void CopyField(T& Target, const T& Source)
 {
-    OutPath = Path;
-    AssignFloats(OutPeaks, Peaks);
-    AssignFloats(OutFrames, Frames);
+    Target = Source;
+}
+
+static void CopyField(std::vector<float>& Target, const std::vector<float>& Source)
+{
+    AssignFloats(Target, Source);
+}
+
+// Mirror and record hold the same twelve fields: this copies all of them, in
+// one fixed order, one way or the other. The raw selection pair is kept.
+void GLWaveEdit::CopyMirrorAndRecord(AudioDocument& Record, bool bIntoRecord)
+{
+    const auto copy = [bIntoRecord](auto& MirrorField, auto& RecordField) {
+        if (bIntoRecord)
+            CopyField(RecordField, MirrorField);
+        else
+            CopyField(MirrorField, RecordField);
+    };
+    copy(SourceFilePath, Record.SourceFilePath);
+    copy(ExternalPeaks, Record.ExternalPeaks);
+    copy(PcmFrames, Record.PcmFrames);
+    copy(PcmSampleRate, Record.PcmSampleRate);
+    copy(PcmChannels, Record.PcmChannels);
+    copy(DurationSec, Record.DurationSec);
+    copy(ViewStartSec, Record.ViewStartSec);
+    copy(ViewEndSec, Record.ViewEndSec);
+    copy(SelectionStartValueSec, Record.SelectionStartSec);
+    copy(SelectionEndValueSec, Record.SelectionEndSec);
+    copy(bUseExternalPeaks, Record.bUseExternalPeaks);
+    copy(bUsePcmFrames, Record.bUsePcmFrames);
 }
 
 void GLWaveEdit::StoreActiveDocument()
 {
     if (ActiveDocumentIndex < 0 || ActiveDocumentIndex >= static_cast<int>(Documents.size()))
         return;
-    AudioDocument& record = Documents[static_cast<size_t>(ActiveDocumentIndex)];
-    CopyDocumentFields(SourceFilePath, ExternalPeaks, PcmFrames, record.SourceFilePath, record.ExternalPeaks,
-                       record.PcmFrames);
-    record.PcmSampleRate = PcmSampleRate;
-    record.PcmChannels = PcmChannels;
-    record.DurationSec = DurationSec;
-    record.ViewStartSec = ViewStartSec;
-    record.ViewEndSec = ViewEndSec;
-    record.SelectionStartSec = SelectionStartValueSec;
-    record.SelectionEndSec = SelectionEndValueSec;
-    record.bUseExternalPeaks = bUseExternalPeaks;
-    record.bUsePcmFrames = bUsePcmFrames;
+    CopyMirrorAndRecord(Documents[static_cast<size_t>(ActiveDocumentIndex)], true);
 }
 
 void GLWaveEdit::LoadActiveDocument(int Index)
@@ -179,18 +194,7 @@ void GLWaveEdit::LoadActiveDocument(int Index)
     StoreActiveDocument();
     StopPlayback();
     ActiveDocumentIndex = Index;
-    const AudioDocument& record = Documents[static_cast<size_t>(Index)];
-    CopyDocumentFields(record.SourceFilePath, record.ExternalPeaks, record.PcmFrames, SourceFilePath, ExternalPeaks,
-                       PcmFrames);
-    PcmSampleRate = record.PcmSampleRate;
-    PcmChannels = record.PcmChannels;
-    DurationSec = record.DurationSec;
-    ViewStartSec = record.ViewStartSec;
-    ViewEndSec = record.ViewEndSec;
-    SelectionStartValueSec = record.SelectionStartSec;
-    SelectionEndValueSec = record.SelectionEndSec;
-    bUseExternalPeaks = record.bUseExternalPeaks;
-    bUsePcmFrames = record.bUsePcmFrames;
+    CopyMirrorAndRecord(Documents[static_cast<size_t>(Index)], false);
     bViewInitialized = true;
     InvalidateWaveCaches();
     ClampView();

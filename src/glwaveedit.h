@@ -221,6 +221,7 @@ private:
     void CloseDocument(int Index);
     void StoreActiveDocument();
     void LoadActiveDocument(int Index);
+    void CopyMirrorAndRecord(AudioDocument& Record, bool bIntoRecord);
 
     // --- Waveform queries ---
     bool HasWaveform() const;
