@@ -793,61 +793,74 @@ bool GLWaveEdit::IsInsidePlot(double X, double Y) const
     return X >= PlotX1 && X <= PlotX2 && Y <= PlotY1 && Y >= PlotY2;
 }
 
-bool GLWaveEdit::IsInsideTabBar(double X, double Y) const
+// The tab bar's rectangle; its lower edge stands 8 px above the plot, so the
+// strip just over the plot belongs to neither.
+GLWaveEdit::TabBarRect GLWaveEdit::TabBar() const
 {
-    if (Documents.empty())
-        return false;
     double width = 1.0;
     double height = 1.0;
     ScreenSizePx(width, height);
     const double padX = PaddingPx / width;
-    const double x1 = X1 + padX;
-    const double x2 = X2 - padX;
-    const double y1 = Y1 - PaddingPx / height;
-    const double y2 = PlotY1 + 8.0 / height;
-    return X >= x1 && X <= x2 && Y >= y2 && Y <= y1;
+    return TabBarRect{X1 + padX, Y1 - PaddingPx / height, X2 - padX, PlotY1 + 8.0 / height};
+}
+
+// Left and right edge of tab Index: equal widths that fill the bar, the last
+// tab ending exactly at the bar's end.
+void GLWaveEdit::TabSpan(int Index, double& OutX1, double& OutX2) const
+{
+    const TabBarRect bar = TabBar();
+    const int count = std::max(static_cast<int>(Documents.size()), 1);
+    const double tabW = (bar.X2 - bar.X1) / count;
+    OutX1 = bar.X1 + Index * tabW;
+    OutX2 = Index == count - 1 ? bar.X2 : OutX1 + tabW;
+}
+
+// Left and right edge of tab Index's close box; it spans the bar's height.
+void GLWaveEdit::CloseBoxSpan(int Index, double& OutX1, double& OutX2) const
+{
+    double width = 1.0;
+    double height = 1.0;
+    ScreenSizePx(width, height);
+    double tx1 = 0.0;
+    double tx2 = 0.0;
+    TabSpan(Index, tx1, tx2);
+    // The plot's height decides the box, so on any ordinary window it is 18 px.
+    const double tabH = std::max((PlotY1 - PlotY2) * height * 0.16, 1.0);
+    const double closeSize = std::clamp(tabH, 10.0, 18.0) * (2.0 / height);
+    const double margin = (2.0 / width) * 6.0;
+    OutX2 = tx2 - margin;
+    OutX1 = OutX2 - closeSize;
+}
+
+bool GLWaveEdit::IsInsideTabBar(double X, double Y) const
+{
+    if (Documents.empty())
+        return false;
+    const TabBarRect bar = TabBar();
+    return X >= bar.X1 && X <= bar.X2 && Y >= bar.Y2 && Y <= bar.Y1;
 }
 
 int GLWaveEdit::HitTestDocumentTab(double X, double Y) const
 {
     if (!IsInsideTabBar(X, Y))
         return -1;
+    const TabBarRect bar = TabBar();
     const int count = std::max(static_cast<int>(Documents.size()), 1);
-    double width = 1.0;
-    double height = 1.0;
-    ScreenSizePx(width, height);
-    const double padX = PaddingPx / width;
-    const double x1 = X1 + padX;
-    const double x2 = X2 - padX;
-    const double w = (x2 - x1) / count;
-    const double slot = std::floor((X - x1) / std::max(w, 1e-9));
+    const double w = (bar.X2 - bar.X1) / count;
+    const double slot = std::floor((X - bar.X1) / std::max(w, 1e-9));
     return static_cast<int>(std::clamp(slot, 0.0, static_cast<double>(count - 1)));
 }
 
 int GLWaveEdit::HitTestDocumentTabClose(double X, double Y) const
 {
     const int tabIndex = HitTestDocumentTab(X, Y);
-    const int count = static_cast<int>(Documents.size());
-    if (tabIndex < 0 || tabIndex >= count)
+    if (tabIndex < 0 || tabIndex >= static_cast<int>(Documents.size()))
         return -1;
-    double width = 1.0;
-    double height = 1.0;
-    ScreenSizePx(width, height);
-    const double padX = PaddingPx / width;
-    const double tabX1 = X1 + padX;
-    const double tabX2 = X2 - padX;
-    const double tabW = (tabX2 - tabX1) / count;
-    const double tx1 = tabX1 + tabIndex * tabW;
-    const double tx2 = tabIndex == count - 1 ? tabX2 : tx1 + tabW;
-    // The plot's height decides the box, so on any ordinary window it is 18 px.
-    const double tabH = std::max((PlotY1 - PlotY2) * height * 0.16, 1.0);
-    const double closeSize = std::clamp(tabH, 10.0, 18.0) * (2.0 / height);
-    const double margin = (2.0 / width) * 6.0;
-    const double cx2 = tx2 - margin;
-    const double cx1 = cx2 - closeSize;
-    const double cy1 = Y1 - PaddingPx / height;
-    const double cy2 = PlotY1 + 8.0 / height;
-    if (X >= cx1 && X <= cx2 && Y >= cy2 && Y <= cy1)
+    double cx1 = 0.0;
+    double cx2 = 0.0;
+    CloseBoxSpan(tabIndex, cx1, cx2);
+    const TabBarRect bar = TabBar();
+    if (X >= cx1 && X <= cx2 && Y >= bar.Y2 && Y <= bar.Y1)
         return tabIndex;
     return -1;
 }
@@ -1247,8 +1260,11 @@ bool GLWaveEdit::ApplyGainPercent(double Percent, std::string* ErrorMessage)
     float* const last = PcmFrames.data() + range.EndFrame * PcmChannels;
     for (float* sample = first; sample != last; ++sample)
     {
-        const float product = *sample * gain;
-        *sample = product > 1.0f ? 1.0f : (product < -1.0f ? -1.0f : (product == product ? product : 0.0f));
+        // Branch-free so that it vectorises; a NaN sample becomes silence.
+        float product = *sample * gain;
+        product = product == product ? product : 0.0f;
+        product = product < -1.0f ? -1.0f : product;
+        *sample = product > 1.0f ? 1.0f : product;
     }
     InvalidateWaveCaches();
 

@@ -254,6 +254,14 @@ private:
     int HitTestTabMenuItem(double X, double Y) const;
     void OpenTabMenu(double X, double Y, int TabIndex);
     void CloseTabMenu();
+    // Geometry shared by the tab hit tests and the render side.
+    struct TabBarRect
+    {
+        double X1, Y1, X2, Y2;  // Y1 top, Y2 the lower edge
+    };
+    TabBarRect TabBar() const;
+    void TabSpan(int Index, double& OutX1, double& OutX2) const;
+    void CloseBoxSpan(int Index, double& OutX1, double& OutX2) const;
 
 public:
     // --- Transport ---

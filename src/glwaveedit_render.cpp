@@ -448,30 +448,25 @@ void GLWaveEdit::RenderTabBar() const
 {
     if (Documents.empty())
         return;
-    const double widthPx = ScreenWidthPx();
-    const double heightPx = ScreenHeightPx();
-    const double barX1 = X1 + PaddingPx / widthPx;
-    const double barX2 = X2 - PaddingPx / widthPx;
-    const double barY1 = Y1 - PaddingPx / heightPx;
-    const double barY2 = PlotY1 + 8.0 / heightPx;
+    const TabBarRect bar = TabBar();
+    const double barY1 = bar.Y1;
+    const double barY2 = bar.Y2;
     const int count = static_cast<int>(Documents.size());
-    const double tabW = (barX2 - barX1) / count;
-    const double tabHPx = std::max((PlotY1 - PlotY2) * heightPx * 0.16, 1.0);
-    const double closeSize = std::clamp(tabHPx, 10.0, 18.0) * (2.0 / heightPx);
-    const double margin = (2.0 / widthPx) * 6.0;
     const int textPx = TextSizePx();
 
     for (int i = 0; i < count; ++i)
     {
-        const double tx1 = barX1 + i * tabW;
-        const double tx2 = (i == count - 1) ? barX2 : tx1 + tabW;
+        double tx1 = 0.0;
+        double tx2 = 0.0;
+        TabSpan(i, tx1, tx2);
         UseColor(i == ActiveDocumentIndex ? *pTabActiveColor : *pTabBackColor);
         FillRect(tx1, barY1, tx2 - PixelX(), barY2);
         UseColor(*pTabBorderColor);
         OutlineRect(tx1, barY1, tx2 - PixelX(), barY2);
 
-        const double cx2 = tx2 - margin;
-        const double cx1 = cx2 - closeSize;
+        double cx1 = 0.0;
+        double cx2 = 0.0;
+        CloseBoxSpan(i, cx1, cx2);
         const double crossHalf = 0.3 * std::min((cx2 - cx1) / PixelX(), (barY1 - barY2) / PixelY());
         const double centreX = (cx1 + cx2) * 0.5;
         const double centreY = (barY1 + barY2) * 0.5;
