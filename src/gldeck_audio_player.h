@@ -3,6 +3,10 @@
 // while it runs. Output is 48000 Hz stereo float through the SDL audio device,
 // or, where no device can be opened, through a silent output that consumes
 // frames in real time so that position, pause, seek and end behave the same.
+// The environment variable GLWE_AUDIO_OUTPUT=silent forces the silent output
+// (the tests set it; read at the first PlayPcm). Other rates and channel counts
+// are converted: linear resampling, mono to both sides, more than two down-mixed.
+// Pause, resume and seek ramp the level over 5 ms so that they do not click.
 #pragma once
 
 #include <atomic>
@@ -38,10 +42,12 @@ public:
 
     bool IsPlaying() const { return Playing.load(std::memory_order_acquire); }
     bool IsPaused() const { return Paused.load(std::memory_order_acquire); }
-    // True when sound goes to a real device, false on the silent output.
+    // True when sound goes to a real device, false on the silent output and
+    // before the first PlayPcm, which is when the output is chosen.
     bool HasAudioDevice() const;
 
 private:
+    // Written by the playback side and by the operations above; read anywhere.
     std::atomic<bool> Playing{false};
     std::atomic<bool> Paused{false};
     std::atomic<bool> SeekRequested{false};
