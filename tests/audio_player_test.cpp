@@ -1,0 +1,188 @@
+// The audio player on its silent output, which keeps time like a device: start,
+// position, pause, seek, replacement, end, stop, destruction and refusals.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <thread>
+
+#include "gldeck_audio_player.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr double kBlockSec = 0.010;  // the silent output's block: it runs at most this far ahead
+
+std::unique_ptr<GLDeckAudioPlayer> SilentPlayer()
+{
+    setenv("GLWE_AUDIO_OUTPUT", "silent", 1);
+    return std::make_unique<GLDeckAudioPlayer>();
+}
+
+std::vector<float> Silence(double Seconds, int Rate, int Channels)
+{
+    return std::vector<float>(static_cast<size_t>(Seconds * Rate) * Channels, 0.25f);
+}
+
+double SecondsSince(Clock::time_point Start) { return std::chrono::duration<double>(Clock::now() - Start).count(); }
+
+// Polls Condition for up to 3 s; true as soon as it holds.
+bool WaitFor(const std::function<bool()>& Condition)
+{
+    const auto deadline = Clock::now() + std::chrono::seconds(3);
+    while (!Condition())
+    {
+        if (Clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(milliseconds(2));
+    }
+    return true;
+}
+
+TEST(AudioPlayer, StartsIdleThenPlaysFromTheStartInRealTime)
+{
+    auto player = SilentPlayer();
+    EXPECT_FALSE(player->IsPlaying());
+    EXPECT_FALSE(player->IsPaused());
+    EXPECT_EQ(player->CurrentSeconds(), 0.0);
+
+    const auto started = Clock::now();
+    ASSERT_TRUE(player->PlayPcm(Silence(10.0, 48000, 2), 48000, 2, 1.5, nullptr));
+    EXPECT_TRUE(player->IsPlaying());
+    EXPECT_FALSE(player->HasAudioDevice());
+    double previous = player->CurrentSeconds();
+    EXPECT_GE(previous, 1.5);
+    for (int i = 0; i < 10; ++i)
+    {
+        std::this_thread::sleep_for(milliseconds(30));
+        const double now = player->CurrentSeconds();
+        EXPECT_GE(now, previous);
+        // Never ahead of the wall clock by more than one block.
+        EXPECT_LE(now, 1.5 + SecondsSince(started) + kBlockSec + 1e-9);
+        previous = now;
+    }
+    EXPECT_GT(previous, 1.5 + 0.05);  // 300 ms of wall time have passed
+}
+
+TEST(AudioPlayer, PauseHoldsThePositionAfterItsFadeAndResumeContinuesFromThere)
+{
+    auto player = SilentPlayer();
+    ASSERT_TRUE(player->PlayPcm(Silence(10.0, 48000, 2), 48000, 2, 0.0, nullptr));
+    std::this_thread::sleep_for(milliseconds(100));
+    player->SetPaused(true);
+    const double atPause = player->CurrentSeconds();
+    std::this_thread::sleep_for(milliseconds(150));
+    const double held = player->CurrentSeconds();
+    EXPECT_TRUE(player->IsPlaying());
+    EXPECT_TRUE(player->IsPaused());
+    EXPECT_GE(held, atPause);
+    EXPECT_LE(held, atPause + 0.005 + 1e-9);  // only the 5 ms fade-out: 240 frames at 48000 Hz
+    std::this_thread::sleep_for(milliseconds(100));
+    EXPECT_EQ(player->CurrentSeconds(), held);
+
+    player->TogglePaused();
+    EXPECT_FALSE(player->IsPaused());
+    EXPECT_TRUE(WaitFor([&] { return player->CurrentSeconds() > held; }));
+    EXPECT_LT(player->CurrentSeconds(), held + 1.0);  // continued, not restarted or skipped
+}
+
+TEST(AudioPlayer, SeeksArriveWhilePlayingAndWhilePaused)
+{
+    auto player = SilentPlayer();
+    ASSERT_TRUE(player->PlayPcm(Silence(10.0, 48000, 2), 48000, 2, 0.0, nullptr));
+    player->SeekToSeconds(6.0);
+    EXPECT_TRUE(WaitFor([&] { return player->CurrentSeconds() >= 6.0; }));
+    EXPECT_LT(player->CurrentSeconds(), 7.0);
+
+    player->SetPaused(true);
+    player->SeekToSeconds(2.0);
+    EXPECT_TRUE(WaitFor([&] { return player->CurrentSeconds() < 2.01; }));
+    EXPECT_GE(player->CurrentSeconds(), 2.0);
+    EXPECT_TRUE(player->IsPaused());
+
+    player->SeekToSeconds(99.0);  // past the end: clamped to it
+    EXPECT_TRUE(WaitFor([&] { return player->CurrentSeconds() == 10.0; }));
+}
+
+TEST(AudioPlayer, PlayDuringAPauseReplacesThePlaybackAndIsHeard)
+{
+    auto player = SilentPlayer();
+    ASSERT_TRUE(player->PlayPcm(Silence(10.0, 48000, 2), 48000, 2, 5.0, nullptr));
+    player->SetPaused(true);
+    ASSERT_TRUE(player->PlayPcm(Silence(3.0, 22050, 1), 22050, 1, 1.0, nullptr));
+    EXPECT_TRUE(player->IsPlaying());
+    EXPECT_FALSE(player->IsPaused());
+    EXPECT_TRUE(WaitFor([&] { return player->CurrentSeconds() > 1.05; }));
+    EXPECT_LT(player->CurrentSeconds(), 3.0);
+}
+
+TEST(AudioPlayer, EndOfTheAudioStopsPlayingAtItsLengthAfterThatMuchWallTime)
+{
+    auto player = SilentPlayer();
+    const auto started = Clock::now();
+    // Mono at 44100 Hz, resampled: 11025 frames last 0.25 s.
+    ASSERT_TRUE(player->PlayPcm(Silence(0.25, 44100, 1), 44100, 1, 0.0, nullptr));
+    EXPECT_TRUE(WaitFor([&] { return !player->IsPlaying(); }));
+    EXPECT_GE(SecondsSince(started), 0.25 - kBlockSec);
+    EXPECT_DOUBLE_EQ(player->CurrentSeconds(), 0.25);
+    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_DOUBLE_EQ(player->CurrentSeconds(), 0.25);
+
+    // Six channels down-mixed, started past the end: clamped, ends at once.
+    ASSERT_TRUE(player->PlayPcm(Silence(0.5, 48000, 6), 48000, 6, 9.0, nullptr));
+    EXPECT_TRUE(WaitFor([&] { return !player->IsPlaying(); }));
+    EXPECT_DOUBLE_EQ(player->CurrentSeconds(), 0.5);
+}
+
+TEST(AudioPlayer, StopEndsPlayingOrPausedPlaybackBeforeItReturns)
+{
+    auto player = SilentPlayer();
+    ASSERT_TRUE(player->PlayPcm(Silence(10.0, 48000, 2), 48000, 2, 0.0, nullptr));
+    player->Stop();
+    EXPECT_FALSE(player->IsPlaying());
+
+    ASSERT_TRUE(player->PlayPcm(Silence(10.0, 48000, 2), 48000, 2, 0.0, nullptr));
+    player->SetPaused(true);
+    player->Stop();
+    EXPECT_FALSE(player->IsPlaying());
+    EXPECT_FALSE(player->IsPaused());
+    player->Stop();  // twice is harmless
+    EXPECT_FALSE(player->IsPlaying());
+}
+
+TEST(AudioPlayer, DestroyingAPlayingOrPausedPlayerJoinsItsThreadQuickly)
+{
+    for (const bool bPause : {false, true})
+    {
+        auto player = SilentPlayer();
+        ASSERT_TRUE(player->PlayPcm(Silence(60.0, 48000, 2), 48000, 2, 0.0, nullptr));
+        player->SetPaused(bPause);
+        std::this_thread::sleep_for(milliseconds(30));
+        const auto started = Clock::now();
+        player.reset();
+        EXPECT_LT(SecondsSince(started), 0.5) << "paused: " << bPause;
+    }
+}
+
+TEST(AudioPlayer, RefusesBadInputWithAReasonAndKeepsPlaying)
+{
+    auto player = SilentPlayer();
+    ASSERT_TRUE(player->PlayPcm(Silence(10.0, 48000, 2), 48000, 2, 0.0, nullptr));
+    struct Case { std::vector<float> Frames; int Rate; int Channels; };
+    const Case cases[] = {{{}, 48000, 2}, {{0.1f}, 48000, 0}, {{0.1f}, 48000, -3}, {{0.1f, 0.1f}, 0, 2},
+                          {{0.1f}, 48000, 2}, {std::vector<float>(200), 48000, 100}};
+    for (const Case& bad : cases)
+    {
+        std::string message;
+        EXPECT_FALSE(player->PlayPcm(bad.Frames, bad.Rate, bad.Channels, 0.0, &message));
+        EXPECT_FALSE(message.empty()) << bad.Rate << " Hz, " << bad.Channels << " channels";
+        EXPECT_FALSE(player->PlayPcm(bad.Frames, bad.Rate, bad.Channels, 0.0, nullptr));
+    }
+    EXPECT_TRUE(player->IsPlaying());
+}
+
+}  // namespace
