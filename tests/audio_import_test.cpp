@@ -1,0 +1,153 @@
+// Opening files as new tabs: any format decoded to 48000 Hz stereo float, and
+// a tab all the same when the decoding fails.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+
+#include "test_support.h"
+
+using Lines = std::vector<std::string>;
+
+TEST(AudioImport, EveryFormatBecomesStereo48kWithTheFilesOwnLength)
+{
+    // Tolerance: one frame of the codec, as decoders may keep or drop padding.
+    struct Fixture { const char* Name; const char* Args; double Seconds; double Tolerance; bool bMono; };
+    const Fixture fixtures[] = {
+        {"audio_import_stereo.flac", "-f lavfi -i sine=frequency=440:sample_rate=44100:duration=1.5 -ac 2", 1.5,
+         0.005, false},
+        {"audio_import_mono.mp3", "-f lavfi -i sine=frequency=440:sample_rate=22050:duration=1 -c:a libmp3lame",
+         1.0, 1152.0 / 22050, true},
+        {"audio_import_mono.ogg", "-f lavfi -i sine=frequency=440:sample_rate=22050:duration=1 -c:a libvorbis",
+         1.0, 2048.0 / 22050, true},
+        {"audio_import_surround.m4a", "-f lavfi -i 'aevalsrc=0.25*sin(2*PI*440*t):c=5.1:s=48000:d=1' -c:a aac", 1.0,
+         1024.0 / 48000, false},
+        {"audio_import_video.mp4",
+         "-f lavfi -i testsrc=size=64x48:rate=10:duration=1 -f lavfi -i sine=frequency=440:duration=1 "
+         "-c:v mpeg4 -c:a aac -shortest",
+         1.0, 1024.0 / 44100, true},
+    };
+    for (const Fixture& f : fixtures)
+    {
+        SCOPED_TRACE(f.Name);
+        const std::string path = MakeFfmpegFixture(f.Name, f.Args);
+        ASSERT_FALSE(path.empty());
+        GLWaveEdit editor;
+        editor.SetExternalPeakWaveform(path, {}, 99.0);  // a wrong host duration loses to the decoded one
+        const auto& frames = Access::PcmFrames(editor);
+        ASSERT_TRUE(Access::bUsePcmFrames(editor));
+        EXPECT_EQ(Access::PcmSampleRate(editor), 48000);
+        EXPECT_EQ(Access::PcmChannels(editor), 2);
+        ASSERT_EQ(frames.size() % 2, 0u);
+        EXPECT_EQ(editor.DurationSec, static_cast<double>(frames.size() / 2) / 48000.0);
+        EXPECT_NEAR(editor.DurationSec, f.Seconds, f.Tolerance);
+        EXPECT_GT(*std::max_element(frames.begin(), frames.end()), 0.05f);  // sound, not silence
+        for (size_t i = 0; f.bMono && i + 1 < frames.size(); i += 2)
+            ASSERT_EQ(frames[i], frames[i + 1]) << "mono goes to both sides alike, frame " << i / 2;
+    }
+    // Half of the FLAC file: what decodes until the damage counts as the whole file.
+    const std::string cut = ScratchPath("audio_import_cut.flac");
+    std::filesystem::copy_file(ScratchPath("audio_import_stereo.flac"), cut,
+                               std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::resize_file(cut, std::filesystem::file_size(cut) / 2);
+    GLWaveEdit editor;
+    editor.SetExternalPeakWaveform(cut, {}, 0.0);
+    EXPECT_TRUE(Access::bUsePcmFrames(editor));
+    EXPECT_GT(editor.DurationSec, 0.1);
+    EXPECT_LT(editor.DurationSec, 1.2);
+}
+
+TEST(AudioImport, FailedDecodingStillAppendsATabWithTheHostsPeaksAndDuration)
+{
+    const std::string noise = ScratchPath("audio_import_noise.wav");
+    {
+        std::ofstream out(noise, std::ios::binary);
+        uint32_t seed = 12345;
+        for (int i = 0; i < 20000; ++i)
+        {
+            seed = seed * 1664525u + 1013904223u;
+            out.put(static_cast<char>(seed >> 24));
+        }
+    }
+    const std::vector<float> peaks{0.5f, 0.25f};
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    struct Case { std::string Path; std::vector<float> Peaks; double Given; double Expected; };
+    const Case cases[] = {
+        {noise, peaks, 3.0, 3.0},
+        {ScratchPath("audio_import_missing.flac"), peaks, 2.5, 2.5},
+        {"", peaks, 4.0, 4.0},
+        {"", {}, nan, 0.0},
+        {noise, {}, -2.0, 0.0},
+    };
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.Path + " " + std::to_string(c.Given));
+        GLWaveEdit editor;
+        SignalLog log(editor);
+        editor.NewUntitledDocument();
+        log.Clear();
+        editor.SetExternalPeakWaveform(c.Path, c.Peaks, c.Given);
+        ASSERT_EQ(Access::Documents(editor).size(), 2u);
+        EXPECT_EQ(Access::ActiveDocumentIndex(editor), 1);
+        EXPECT_EQ(editor.SourcePath(), c.Path);
+        EXPECT_FALSE(Access::bUsePcmFrames(editor));
+        EXPECT_TRUE(Access::PcmFrames(editor).empty());
+        EXPECT_EQ(Access::bUseExternalPeaks(editor), !c.Peaks.empty());
+        EXPECT_EQ(Access::ExternalPeaks(editor), c.Peaks);
+        EXPECT_EQ(editor.DurationSec, c.Expected);
+        EXPECT_EQ(Access::Document(editor, 1).DurationSec, c.Expected);
+        EXPECT_EQ(editor.ViewEndSec, std::max(c.Expected, 0.1));  // fitted to the whole document
+        EXPECT_EQ(log.Lines, (Lines{"active " + c.Path}));
+    }
+}
+
+TEST(AudioImport, SamePathTwiceGivesTwoTabsAndThePreviousSelectionStaysInItsRecord)
+{
+    const std::string path = MakeFfmpegFixture("audio_import_twice.ogg",
+                                               "-f lavfi -i sine=frequency=440:duration=0.5 -c:a libvorbis");
+    ASSERT_FALSE(path.empty());
+    GLWaveEdit editor;
+    SignalLog log(editor);
+    editor.NewUntitledDocument();
+    Access::SelectionStartValueSec(editor) = 0.3;
+    Access::SelectionEndValueSec(editor) = 0.1;
+    log.Clear();
+    editor.SetExternalPeakWaveform(path, {0.5f}, 9.0);
+    editor.SetExternalPeakWaveform(path, {0.5f}, 9.0);
+    EXPECT_EQ(log.Lines, (Lines{"active " + path, "active " + path}));
+    ASSERT_EQ(Access::Documents(editor).size(), 3u);
+    EXPECT_EQ(Access::ActiveDocumentIndex(editor), 2);
+    EXPECT_EQ(Access::Document(editor, 0).SelectionStartSec, 0.3);
+    EXPECT_FALSE(Access::Document(editor, 1).PcmFrames.empty());
+    EXPECT_EQ(Access::Document(editor, 1).PcmFrames, Access::Document(editor, 2).PcmFrames);
+    EXPECT_TRUE(Access::bUsePcmFrames(editor) && Access::bUseExternalPeaks(editor));
+    EXPECT_FALSE(editor.HasSelection());
+    EXPECT_NEAR(editor.DurationSec, 0.5, 0.05);
+}
+
+TEST(AudioImport, SavedFlacAndWavOpenAgainWithTheSameFrames)
+{
+    const std::string source = MakeFfmpegFixture(
+        "audio_import_roundtrip.flac", "-f lavfi -i sine=frequency=1000:sample_rate=48000:duration=0.5 -ac 2");
+    ASSERT_FALSE(source.empty());
+    GLWaveEdit editor;
+    editor.SetExternalPeakWaveform(source, {}, 0.0);
+    const std::vector<float> original = Access::PcmFrames(editor);
+    ASSERT_EQ(original.size(), 2u * 24000u);  // 48000 Hz to 48000 Hz: nothing held back
+    for (const char* name : {"audio_import_roundtrip_out.flac", "audio_import_roundtrip_out.wav"})
+    {
+        SCOPED_TRACE(name);
+        const std::string path = ScratchPath(name);
+        std::string error;
+        ASSERT_TRUE(editor.SaveToFile(path, 0, &error)) << error;
+        GLWaveEdit reopened;
+        reopened.SetExternalPeakWaveform(path, {}, 0.0);
+        const auto& frames = Access::PcmFrames(reopened);
+        ASSERT_EQ(frames.size(), original.size());
+        for (size_t i = 0; i < frames.size(); ++i)
+            ASSERT_NEAR(frames[i], original[i], 1e-5f) << i;
+    }
+}

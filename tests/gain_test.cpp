@@ -1,0 +1,125 @@
+// Gain in percent on the selection or the whole document: exact scaling,
+// clamping to full scale, and refusals that say why and change nothing.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "test_support.h"
+
+namespace
+{
+using Lines = std::vector<std::string>;
+
+// A 4 s stereo document whose every frame is (Level, -Level).
+struct Rig
+{
+    GLWaveEdit Editor;
+    SignalLog Log{Editor};
+
+    explicit Rig(float Level)
+    {
+        Editor.NewUntitledDocument();
+        Access::PcmFrames(Editor) = ConstantFrames(192000, Level, -Level);
+        Editor.DurationSec = 4.0;
+        Log.Clear();
+    }
+    void Select(double A, double B) { Access::SelectionStartValueSec(Editor) = A, Access::SelectionEndValueSec(Editor) = B; }
+    std::vector<float>& Frames() { return Access::PcmFrames(Editor); }
+    // How many samples differ from (Inside, -Inside) within frames First..Last-1
+    // and from (Outside, -Outside) elsewhere.
+    size_t Mismatches(size_t First, size_t Last, float Inside, float Outside)
+    {
+        size_t bad = 0;
+        for (size_t i = 0; i < Frames().size(); ++i)
+        {
+            const float level = (i / 2 >= First && i / 2 < Last) ? Inside : Outside;
+            bad += Frames()[i] != (i % 2 == 0 ? level : -level);
+        }
+        return bad;
+    }
+};
+}  // namespace
+
+TEST(Gain, RefusalsGiveTheFirstFailingReasonAndLeaveAudioAndPlaybackAlone)
+{
+    Rig r(0.5f);
+    std::string error;
+    ASSERT_TRUE(r.Editor.PlayFromCurrentPosition(&error)) << error;
+    const std::vector<float> before = r.Frames();
+    for (double percent : {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(), -1.0})
+    {
+        EXPECT_FALSE(r.Editor.ApplyGainPercent(percent, &error));
+        EXPECT_EQ(error, "Gain must be a non-negative percent.");
+    }
+    EXPECT_FALSE(r.Editor.ApplyGainPercent(-1.0, nullptr));
+    r.Select(5.0, 6.0);  // wholly behind the last frame
+    EXPECT_FALSE(r.Editor.ApplyGainPercent(50.0, &error));
+    EXPECT_EQ(error, "Selected audio range is empty.");
+    EXPECT_EQ(r.Frames(), before);
+    EXPECT_TRUE(r.Editor.IsPlaybackActive());
+    r.Frames() = {0.5f};  // one sample of two channels: not one whole frame
+    EXPECT_FALSE(r.Editor.ApplyGainPercent(-1.0, &error));
+    EXPECT_EQ(error, "Gain must be a non-negative percent.");  // the percent is tested first
+    EXPECT_FALSE(r.Editor.ApplyGainPercent(50.0, &error));
+    EXPECT_EQ(error, "No audio frames available for gain.");
+    Access::bUsePcmFrames(r.Editor) = false;
+    EXPECT_FALSE(r.Editor.ApplyGainPercent(-1.0, &error));
+    EXPECT_EQ(error, "No decoded PCM audio available for gain.");
+    EXPECT_TRUE(r.Editor.IsPlaybackActive());
+    EXPECT_TRUE(r.Log.Lines.empty());
+    r.Editor.NewUntitledDocument();  // PCM flag on, no samples
+    EXPECT_FALSE(r.Editor.ApplyGainPercent(100.0, &error));
+    EXPECT_EQ(error, "No decoded PCM audio available for gain.");
+}
+
+TEST(Gain, SelectionFromOneToTwoSecondsScalesFrames48000To95999AndClamps)
+{
+    Rig r(0.75f);
+    std::string error = "untouched";
+    ASSERT_TRUE(r.Editor.PlayFromCurrentPosition(&error));
+    r.Editor.CurrentTimeSec = 1.0;
+    r.Select(2.0, 1.0);  // samples 96000..191999
+    EXPECT_TRUE(r.Editor.ApplyGainPercent(200.0, &error));
+    EXPECT_EQ(error, "untouched");
+    EXPECT_FALSE(r.Editor.IsPlaybackActive());
+    EXPECT_EQ(r.Editor.CurrentTimeSec, 0.0);
+    EXPECT_EQ(r.Mismatches(48000, 96000, 1.0f, 0.75f), 0u);  // 0.75 * 2 = 1.5, held at 1.0
+    EXPECT_EQ(r.Log.Lines, (Lines{"edit gain 200.000000% 1.000000 2.000000"}));
+    EXPECT_TRUE(Access::SelectionStartValueSec(r.Editor) == 2.0 && Access::SelectionEndValueSec(r.Editor) == 1.0);
+    EXPECT_EQ(r.Editor.DurationSec, 4.0);
+    EXPECT_EQ(Access::Document(r.Editor, 0).PcmFrames, r.Frames());
+    EXPECT_TRUE(r.Editor.ApplyGainPercent(50.0, nullptr));  // the same span again: 1.0 * 0.5
+    EXPECT_EQ(r.Mismatches(48000, 96000, 0.5f, 0.75f), 0u);
+}
+
+TEST(Gain, WithoutSelectionTheWholeDocumentScalesAndTheSpanIsCutAtTheEnd)
+{
+    Rig r(0.5f);
+    EXPECT_TRUE(r.Editor.ApplyGainPercent(150.0));
+    EXPECT_EQ(r.Mismatches(0, 192000, 0.75f, 0.0f), 0u);  // 0.5 * 1.5
+    EXPECT_TRUE(r.Editor.ApplyGainPercent(12.5));
+    EXPECT_EQ(r.Mismatches(0, 192000, 0.09375f, 0.0f), 0u);  // 0.75 * 0.125
+    r.Frames()[2 * 180000] = 1.5f;  // beyond full scale, inside the next span
+    r.Frames()[0] = 1.5f;           // outside it
+    r.Select(3.5, 10.0);
+    EXPECT_TRUE(r.Editor.ApplyGainPercent(100.0));
+    EXPECT_EQ(r.Frames()[2 * 180000], 1.0f);
+    EXPECT_EQ(r.Frames()[0], 1.5f);
+    EXPECT_TRUE(r.Editor.ApplyGainPercent(0.0));
+    EXPECT_EQ(r.Mismatches(168000, 192000, 0.0f, 0.09375f), 1u);  // frame 0's 1.5 stays
+    EXPECT_EQ(r.Log.Lines,
+              (Lines{"edit gain 150.000000% 0.000000 4.000000", "edit gain 12.500000% 0.000000 4.000000",
+                     "edit gain 100.000000% 3.500000 4.000000", "edit gain 0.000000% 3.500000 4.000000"}));
+}
+
+TEST(Gain, AGainBeyondTheFloatRangeLeavesNoSampleThatIsNotANumber)
+{
+    Rig r(0.5f);
+    r.Frames()[10] = r.Frames()[11] = 0.0f;
+    EXPECT_TRUE(r.Editor.ApplyGainPercent(1e300));  // 1e298 is infinite as a float
+    for (float sample : r.Frames())
+        ASSERT_TRUE(std::isfinite(sample) && std::fabs(sample) <= 1.0f) << sample;
+    EXPECT_EQ(r.Frames()[0], 1.0f);
+    EXPECT_EQ(r.Frames()[1], -1.0f);
+}
