@@ -1,0 +1,335 @@
+// Play, pause, stop and seek, and the per-pass sync of position, hold, view
+// and selection. The player tests run on the player's silent output, which
+// consumes frames in real time: they check bounds and growth, not timings.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "test_support.h"
+
+namespace
+{
+// Seconds of stereo audio at 48000 Hz, with the view already fitted.
+void GivePcm(GLWaveEdit& E, double Seconds)
+{
+    Access::PcmFrames(E) = ConstantFrames(static_cast<size_t>(Seconds * 48000.0 + 0.5), 0.1f, 0.1f);
+    Access::bUsePcmFrames(E) = true;
+    Access::bViewInitialized(E) = true;
+    E.DurationSec = Seconds;
+}
+
+void Pass(GLWaveEdit& E) { Access::SyncPlaybackState(E); }
+void Wait(int Ms) { std::this_thread::sleep_for(std::chrono::milliseconds(Ms)); }
+void Hold(GLWaveEdit& E, double Sec, int Passes)
+{
+    Access::CommittedSeekDisplaySec(E) = Sec;
+    Access::CommittedSeekDisplayFrames(E) = Passes;
+}
+std::pair<double, int> HoldOf(GLWaveEdit& E)
+{
+    return {Access::CommittedSeekDisplaySec(E), Access::CommittedSeekDisplayFrames(E)};
+}
+const std::pair<double, int> kNoHold{-1.0, 0};
+const std::string kNoPcm = "No decoded PCM audio available for playback.";
+}  // namespace
+
+TEST(Transport, PlayCommandsRefuseWithoutUsablePcmAndMakeNoPlayer)
+{
+    GLWaveEdit editor;
+    Access::ExternalPeaks(editor) = {0.5f};
+    Access::bUseExternalPeaks(editor) = true;
+    editor.DurationSec = 2.0;
+    std::string first, second, third;
+    EXPECT_FALSE(editor.PlayFromCurrentPosition(&first));
+    EXPECT_FALSE(editor.PlaySelectionOrCurrent(&second));
+    editor.TogglePlayback(&third);
+    EXPECT_EQ(std::vector<std::string>({first, second, third}), std::vector<std::string>(3, kNoPcm));
+    Access::bUsePcmFrames(editor) = true;  // flagged, but no frames
+    EXPECT_FALSE(editor.PlayFromCurrentPosition());
+    Access::PcmFrames(editor) = ConstantFrames(10, 0.1f, 0.1f);
+    Access::PcmSampleRate(editor) = 0;
+    EXPECT_FALSE(editor.PlaySelectionOrCurrent());
+    editor.PausePlayback();
+    EXPECT_EQ(Access::AudioPlayer(editor), nullptr);
+    EXPECT_FALSE(editor.IsPlaybackActive() || editor.IsPlaybackPaused());
+}
+
+TEST(Transport, StopAndSeekWithoutAPlayerMoveOnlyThePositionAndTheHold)
+{
+    GLWaveEdit editor;
+    editor.DurationSec = 10.0;
+    editor.CurrentTimeSec = 3.0;
+    editor.PreviewTimeSec = 2.0;
+    editor.ViewStartSec = 0.5;
+    Access::SelectionEndValueSec(editor) = 2.0;
+    Hold(editor, 5.0, 4);
+    editor.StopPlayback();
+    EXPECT_EQ(std::make_pair(editor.CurrentTimeSec, editor.PreviewTimeSec), std::make_pair(0.0, 0.0));
+    EXPECT_EQ(HoldOf(editor), kNoHold);
+    EXPECT_EQ(editor.ViewStartSec, 0.5);  // view and selection stay
+    EXPECT_EQ(Access::SelectionEndValueSec(editor), 2.0);
+
+    editor.SeekPlaybackTo(-1.0);
+    EXPECT_EQ(HoldOf(editor), std::make_pair(0.0, 4));
+    editor.SeekPlaybackTo(25.0);
+    EXPECT_EQ(HoldOf(editor), std::make_pair(10.0, 4));
+    editor.SeekPlaybackTo(4.0);
+    editor.SeekPlaybackRelative(1.5);  // 4 + 1.5
+    EXPECT_EQ(std::make_pair(editor.CurrentTimeSec, editor.PreviewTimeSec), std::make_pair(5.5, 5.5));
+    EXPECT_EQ(HoldOf(editor), std::make_pair(5.5, 4));
+    editor.PreviewTimeSec = 8.0;  // the base is the position, not what is on display
+    editor.SeekPlaybackRelative(-1.0);
+    EXPECT_EQ(editor.CurrentTimeSec, 4.5);
+    editor.DurationSec = 0.0;
+    editor.SeekPlaybackTo(3.0);
+    EXPECT_EQ(editor.CurrentTimeSec, 0.0);
+    EXPECT_EQ(Access::AudioPlayer(editor), nullptr);
+}
+
+TEST(PlaybackSync, ACommittedSeekIsShownForItsPassesUnlessThePositionArrivesWithinATenth)
+{
+    TestHost host;
+    GLWaveEdit editor;
+    Access::bUsePcmFrames(editor) = true;  // no player, no providers: only the test moves the position
+    editor.DurationSec = 100.0;
+    editor.SeekPlaybackTo(50.0);  // no player, so already there: the next pass ends the hold
+    EXPECT_EQ(Access::DisplayedTimeSec(editor), 50.0);
+    Pass(editor);
+    EXPECT_EQ(HoldOf(editor), kNoHold);
+
+    editor.SeekPlaybackTo(50.0);
+    editor.CurrentTimeSec = 20.0;  // a target that never arrives: three passes show it
+    for (int left = 3; left >= 1; --left)
+    {
+        Pass(editor);
+        EXPECT_EQ(HoldOf(editor), std::make_pair(50.0, left));
+        EXPECT_EQ(Access::DisplayedTimeSec(editor), 50.0);
+    }
+    Pass(editor);
+    EXPECT_EQ(HoldOf(editor), kNoHold);
+    EXPECT_EQ(Access::DisplayedTimeSec(editor), 20.0);
+
+    auto passesLeft = [&](double HeldSec, double NowSec) {
+        Hold(editor, HeldSec, 4);
+        editor.CurrentTimeSec = NowSec;
+        Pass(editor);
+        return Access::CommittedSeekDisplayFrames(editor);
+    };
+    EXPECT_EQ(passesLeft(50.0, 49.95), 0);
+    EXPECT_EQ(passesLeft(0.1, 0.0), 0);  // exactly 0.1 apart has arrived
+    EXPECT_EQ(passesLeft(0.1000001, 0.0), 3);
+}
+
+TEST(PlaybackSync, AMouseSeekWithoutPcmIsHeldForTwelvePasses)
+{
+    TestHost host(1000, 1000);
+    GLWaveEdit editor;
+    editor.X1 = editor.Y2 = -1.0;
+    editor.X2 = editor.Y1 = 1.0;
+    Access::ExternalPeaks(editor) = {0.5f};
+    Access::bUseExternalPeaks(editor) = true;
+    Access::bViewInitialized(editor) = true;
+    editor.DurationSec = editor.ViewEndSec = 10.0;
+    SignalLog log(editor);
+    SetPointer(host.Pointer(), 0.0, 0.0, true, false);  // the middle of a symmetric plot: 5 s
+    editor.MouseProcessing();
+    ASSERT_FALSE(log.Lines.empty());
+    EXPECT_EQ(log.Lines.front(), "commit 5.000000");
+    EXPECT_EQ(Access::CommittedSeekDisplayFrames(editor), 12);
+    EXPECT_EQ(editor.CurrentTimeSec, 0.0);  // the host does the seeking
+
+    host.Pointer().pButton[0] = host.Pointer().pPrevButton[0] = false;  // a release never seen
+    for (int pass = 1; pass <= 11; ++pass)
+    {
+        Pass(editor);
+        EXPECT_EQ(Access::CommittedSeekDisplayFrames(editor), 12 - pass);
+        EXPECT_NEAR(Access::DisplayedTimeSec(editor), 5.0, 1e-9);
+    }
+    Pass(editor);
+    EXPECT_EQ(HoldOf(editor), kNoHold);
+    EXPECT_EQ(Access::DisplayedTimeSec(editor), 0.0);
+}
+
+TEST(PlaybackSync, AsksTheProvidersOnlyWhileNeitherSourceFlagIsSet)
+{
+    TestHost host;
+    GLWaveEdit editor;
+    int calls = 0;
+    double hostDuration = 30.0, hostTime = 12.0;
+    editor.DurationProvider = [&] { return ++calls, hostDuration; };
+    editor.CurrentTimeProvider = [&] { return ++calls, hostTime; };
+    auto pass = [&](double Duration, double Time) {
+        hostDuration = Duration;
+        hostTime = Time;
+        Pass(editor);
+        return std::make_pair(editor.DurationSec, editor.CurrentTimeSec);
+    };
+    EXPECT_EQ(pass(30.0, 12.0), std::make_pair(30.0, 12.0));
+    EXPECT_EQ(editor.PreviewTimeSec, 12.0);
+    EXPECT_EQ(editor.ViewEndSec, 30.0);  // the first pass fits the view to the provider's duration
+    EXPECT_EQ(pass(60.0, 75.0), std::make_pair(60.0, 60.0));
+    EXPECT_EQ(editor.ViewEndSec, 30.0);  // and only the first
+    EXPECT_EQ(pass(60.0, -3.0), std::make_pair(60.0, 0.0));
+    EXPECT_EQ(pass(-5.0, 12.0), std::make_pair(0.0, 0.0));
+    EXPECT_EQ(calls, 8);
+
+    for (bool pcm : {false, true})  // either flag silences them, data or not
+    {
+        Access::bUseExternalPeaks(editor) = !pcm;
+        Access::bUsePcmFrames(editor) = pcm;
+        editor.DurationSec = 8.0;
+        editor.CurrentTimeSec = 2.0;
+        EXPECT_EQ(pass(30.0, 12.0), std::make_pair(8.0, 2.0));
+    }
+    EXPECT_EQ(calls, 8);
+}
+
+TEST(PlaybackSync, ClampsAPresentSelectionAndEndsOnlySeekAndSelectDragsAfterALostRelease)
+{
+    TestHost host;
+    GLWaveEdit editor;
+    SignalLog log(editor);
+    GivePcm(editor, 8.0);
+    auto clamped = [&](double A, double B) {
+        Access::SelectionStartValueSec(editor) = A;
+        Access::SelectionEndValueSec(editor) = B;
+        Pass(editor);
+        return std::make_pair(Access::SelectionStartValueSec(editor), Access::SelectionEndValueSec(editor));
+    };
+    EXPECT_EQ(clamped(10.0, 5.0), std::make_pair(8.0, 5.0));  // order kept
+    EXPECT_EQ(clamped(9.0, 10.0), std::make_pair(8.0, 8.0));
+    EXPECT_EQ(clamped(-1.0, 3.0), std::make_pair(0.0, 3.0));
+    EXPECT_EQ(clamped(12.0, 12.0), std::make_pair(12.0, 12.0));  // no selection: left alone
+    EXPECT_TRUE(log.Lines.empty());
+
+    auto afterPass = [&](Access::DragMode Drag, bool bLeftNow, bool bLeftBefore) {
+        Access::ActiveDrag(editor) = Drag;
+        host.Pointer().pButton[0] = bLeftNow;
+        host.Pointer().pPrevButton[0] = bLeftBefore;
+        Pass(editor);
+        return Access::ActiveDrag(editor);
+    };
+    EXPECT_EQ(afterPass(Access::DragSeek, false, false), Access::DragNone);
+    EXPECT_EQ(afterPass(Access::DragSelect, false, false), Access::DragNone);
+    EXPECT_EQ(afterPass(Access::DragPan, false, false), Access::DragPan);
+    EXPECT_EQ(afterPass(Access::DragResizeSelectionEnd, false, false), Access::DragResizeSelectionEnd);
+    EXPECT_EQ(afterPass(Access::DragSelect, false, true), Access::DragSelect);  // released this frame
+
+    // A seek drag keeps its preview, and a hold outranks it on display.
+    editor.CurrentTimeSec = 2.0;
+    editor.PreviewTimeSec = 7.0;
+    EXPECT_EQ(afterPass(Access::DragSeek, true, true), Access::DragSeek);
+    EXPECT_EQ(Access::DisplayedTimeSec(editor), 7.0);
+    Hold(editor, 3.0, 4);
+    EXPECT_EQ(Access::DisplayedTimeSec(editor), 3.0);
+    afterPass(Access::DragNone, false, false);
+    EXPECT_EQ(editor.PreviewTimeSec, 2.0);
+
+    p = nullptr;  // without a mouse the left button counts as up
+    Access::ActiveDrag(editor) = Access::DragSeek;
+    Pass(editor);
+    p = &host.Host;
+    EXPECT_EQ(Access::ActiveDrag(editor), Access::DragNone);
+}
+
+TEST(PlaybackWithPlayer, PlaysPausesSeeksAndEndsAtTheLastPositionRead)
+{
+    TestHost host;
+    GLWaveEdit editor;
+    SignalLog log(editor);
+    GivePcm(editor, 1.0);
+    editor.ViewEndSec = 0.1;  // a view of 0.1 s for playback to drag along
+    editor.CurrentTimeSec = -1.0;
+    Hold(editor, 0.3, 4);
+    std::string message = "earlier";
+    ASSERT_TRUE(editor.PlayFromCurrentPosition(&message));
+    EXPECT_EQ(message, "earlier");  // not cleared on success
+    EXPECT_TRUE(editor.IsPlaybackActive() && !editor.IsPlaybackPaused());
+    EXPECT_EQ(editor.CurrentTimeSec, 0.0);
+    EXPECT_EQ(HoldOf(editor), kNoHold);
+
+    // Polls until the player stops or Passes run out; positions only grow.
+    auto pollRising = [&](int Passes) {
+        for (int i = 0; i < Passes && editor.IsPlaybackActive(); ++i)
+        {
+            const double before = editor.CurrentTimeSec;
+            Wait(20);
+            Pass(editor);
+            EXPECT_GE(editor.CurrentTimeSec, before);
+        }
+    };
+    pollRising(6);
+    EXPECT_GT(editor.CurrentTimeSec, 0.0);
+    EXPECT_NEAR(editor.ViewStartSec, std::max(0.0, editor.CurrentTimeSec - 0.07), 1e-9);  // at 70%
+
+    editor.PausePlayback();
+    EXPECT_TRUE(editor.IsPlaybackActive() && editor.IsPlaybackPaused());
+    Wait(30);
+    Pass(editor);
+    const double pausedAt = editor.CurrentTimeSec;
+    editor.ViewStartSec = 0.3;  // a pan while paused is not pulled back
+    editor.ViewEndSec = 0.4;
+    Wait(150);
+    Pass(editor);
+    EXPECT_NEAR(editor.CurrentTimeSec, pausedAt, 0.03);
+    EXPECT_EQ(editor.ViewStartSec, 0.3);
+
+    editor.TogglePlayback();  // resumes, and the view returns to the position
+    EXPECT_FALSE(editor.IsPlaybackPaused());
+    EXPECT_NEAR(editor.ViewStartSec, std::max(0.0, editor.CurrentTimeSec - 0.07), 1e-9);
+    editor.SeekPlaybackTo(0.85);
+    EXPECT_EQ(HoldOf(editor), std::make_pair(0.85, 4));
+    for (int i = 0; i < 4 && Access::CommittedSeekDisplayFrames(editor) > 0; ++i)
+    {
+        Wait(10);
+        Pass(editor);
+    }
+    // The hold ended because the player got there, not because its passes ran out.
+    EXPECT_EQ(HoldOf(editor), kNoHold);
+    EXPECT_NEAR(editor.CurrentTimeSec, 0.85, 0.1);
+
+    pollRising(45);
+    ASSERT_FALSE(editor.IsPlaybackActive());
+    const double last = editor.CurrentTimeSec;
+    const double viewStart = editor.ViewStartSec;
+    Pass(editor);
+    Pass(editor);
+    EXPECT_EQ(std::make_pair(editor.CurrentTimeSec, editor.PreviewTimeSec), std::make_pair(last, last));
+    EXPECT_EQ(editor.ViewStartSec, viewStart);
+    EXPECT_GT(last, 0.75);  // neither reset to 0.0 nor beyond the end
+    EXPECT_LE(last, 1.0);
+
+    editor.TogglePlayback();  // a new playback from where the last one ended
+    EXPECT_EQ(editor.CurrentTimeSec, last);
+    Wait(20);
+    Pass(editor);
+    EXPECT_GE(editor.CurrentTimeSec, last);
+    editor.StopPlayback();
+    EXPECT_FALSE(editor.IsPlaybackActive());
+    editor.TogglePlayback();
+    EXPECT_TRUE(editor.IsPlaybackActive());
+    EXPECT_EQ(editor.CurrentTimeSec, 0.0);
+    EXPECT_TRUE(log.Lines.empty());
+}
+
+TEST(PlaybackWithPlayer, SelectionPlayStartsAtTheLowerBoundAndATinySelectionCountsAsNone)
+{
+    TestHost host;
+    GLWaveEdit editor;
+    GivePcm(editor, 1.0);
+    editor.ViewEndSec = 0.1;
+    editor.CurrentTimeSec = 0.1;
+    Access::SelectionStartValueSec(editor) = 0.4;
+    Access::SelectionEndValueSec(editor) = 0.2;
+    ASSERT_TRUE(editor.PlaySelectionOrCurrent());
+    EXPECT_EQ(std::make_pair(editor.CurrentTimeSec, editor.PreviewTimeSec), std::make_pair(0.2, 0.2));
+    EXPECT_NEAR(editor.ViewStartSec, 0.13, 1e-9);  // 0.2 - 0.7 * 0.1
+    Access::SelectionEndValueSec(editor) = 0.4000005;  // within 1e-6
+    editor.CurrentTimeSec = 0.05;
+    ASSERT_TRUE(editor.PlaySelectionOrCurrent());
+    EXPECT_EQ(editor.CurrentTimeSec, 0.05);
+}

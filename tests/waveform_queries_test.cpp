@@ -1,0 +1,187 @@
+// Amplitude of a time span from PCM frames, external peaks and the host's
+// providers, in that order.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "test_support.h"
+
+namespace
+{
+// Stereo frames at 4 frames per second, so that quarter seconds are whole frames.
+void GivePcm(GLWaveEdit& E, const std::vector<float>& Frames)
+{
+    Access::PcmFrames(E) = Frames;
+    Access::PcmSampleRate(E) = 4;
+    Access::bUsePcmFrames(E) = true;
+    E.DurationSec = static_cast<double>(Frames.size() / 2) / 4.0;
+}
+
+void GivePeaks(GLWaveEdit& E, const std::vector<float>& Peaks, double DurationSec)
+{
+    Access::ExternalPeaks(E) = Peaks;
+    Access::bUseExternalPeaks(E) = true;
+    E.DurationSec = DurationSec;
+}
+
+// Frame mixes: 0.75, 0 (1 and -1), 1.5 (2 and 1), -0.5, 0.2, NaN, 0, -0.125.
+const std::vector<float> kFrames = {0.75f, 0.75f, 1.0f, -1.0f, 2.0f, 1.0f, -0.5f,   -0.5f,
+                                    0.2f,  0.2f,  NAN,  0.0f,  0.0f, 0.0f, -0.125f, -0.125f};
+// Ten peaks over 10 s: the index is floor or ceil of the time.
+const std::vector<float> kPeaks = {0.1f, 0.2f, -0.7f, 0.3f, NAN, 1.5f, 0.0f, 0.0f, 0.0f, 0.4f};
+
+struct Span
+{
+    double Start, End, Min, Max;
+};
+
+// Each span must answer with its range; Query is ExternalRangeForSpan or the whole chain.
+template <typename QueryT>
+void ExpectRanges(GLWaveEdit& E, QueryT Query, std::initializer_list<Span> Spans)
+{
+    for (const Span& s : Spans)
+    {
+        double lo = 9.0, hi = 9.0;
+        EXPECT_TRUE(Query(E, s.Start, s.End, lo, hi)) << s.Start << ".." << s.End;
+        EXPECT_NEAR(lo, s.Min, 1e-6) << s.Start << ".." << s.End;
+        EXPECT_NEAR(hi, s.Max, 1e-6) << s.Start << ".." << s.End;
+    }
+}
+const auto kExternal = [](GLWaveEdit& E, double A, double B, double& Lo, double& Hi) {
+    return Access::ExternalRangeForSpan(E, A, B, Lo, Hi);
+};
+const auto kChain = [](GLWaveEdit& E, double A, double B, double& Lo, double& Hi) {
+    return Access::WaveformRangeForSpan(E, A, B, Lo, Hi);
+};
+bool Answers(GLWaveEdit& E, double A, double B)
+{
+    double lo = 9.0, hi = 9.0;
+    return Access::ExternalRangeForSpan(E, A, B, lo, hi);
+}
+}  // namespace
+
+TEST(PcmRange, ReadsTheChannelMixFromFloorToCeilFrameAndAlwaysIncludesZero)
+{
+    GLWaveEdit editor;
+    GivePcm(editor, kFrames);
+    ExpectRanges(editor, kExternal,
+                 {{0.25, 0.25, 0.0, 0.0},      // frame 1: 1 and -1 cancel
+                  {0.5, 0.5, 0.0, 1.0},        // frame 2: mix 1.5 clamped
+                  {0.5, 0.75, -0.5, 1.0},      // frames 2..3
+                  {0.75, 0.5, -0.5, 1.0},      // reversed: 3..2 swapped
+                  {0.3, 0.3, 0.0, 1.0},        // floor(1.2) = 1 .. ceil(1.2) = 2
+                  {1.0, 1.0, 0.0, 0.2},        // constant 0.2: the minimum stays 0.0
+                  {1.25, 1.25, 0.0, 0.0},      // a NaN mix changes nothing
+                  {5.0, 6.0, -0.125, 0.0},     // past the end: the last frame
+                  {-2.0, -1.0, 0.0, 0.75}});   // before the start: frame 0
+}
+
+TEST(PeakRange, IsSymmetricAndIndexesByFloorAndCeilOfTheFractionTimesTheCount)
+{
+    GLWaveEdit editor;
+    GivePeaks(editor, kPeaks, 10.0);
+    ExpectRanges(editor, kExternal,
+                 {{2.0, 2.0, -0.7, 0.7},      // -0.7 counts by its size
+                  {0.5, 0.9, -0.2, 0.2},      // indexes 0 .. ceil(0.9) = 1
+                  {3.5, 0.5, -0.7, 0.7},      // 3..1 swapped
+                  {10.0, 10.0, -0.4, 0.4},    // ceil(10) = 10 limited to 9
+                  {4.0, 4.0, 0.0, 0.0},       // a NaN peak changes nothing
+                  {5.0, 5.0, -1.0, 1.0},      // 1.5 clamped
+                  {-5.0, -1.0, -0.1, 0.1}});  // before the start: index 0
+    GivePeaks(editor, {0.6f}, 10.0);
+    ExpectRanges(editor, kExternal, {{7.0, 9.0, -0.6, 0.6}});  // one peak answers every span
+
+    GivePeaks(editor, kPeaks, 0.0);
+    EXPECT_FALSE(Answers(editor, 0.0, 1.0));
+    EXPECT_TRUE(Access::HasWaveform(editor));  // looks at no duration
+
+    GivePeaks(editor, kPeaks, 10.0);
+    Access::bUsePcmFrames(editor) = true;  // flagged without frames: the peaks answer
+    ExpectRanges(editor, kExternal, {{2.0, 2.0, -0.7, 0.7}});
+    GivePcm(editor, kFrames);  // usable frames come first (the peaks would say 0.2 here)
+    ExpectRanges(editor, kExternal, {{0.5, 0.75, -0.5, 1.0}});
+    Access::PcmFrames(editor) = {0.5f};  // less than a frame: false, and the peaks are not tried
+    EXPECT_FALSE(Answers(editor, 2.0, 2.0));
+}
+
+TEST(LodColumns, AreEvenlySpacedColumnsTimedHalfwayAndGatedOnThePeaks)
+{
+    GLWaveEdit editor;
+    std::vector<GLWaveEdit::WaveSample> columns(3);
+    GivePcm(editor, kFrames);
+    EXPECT_FALSE(Access::ExternalLodForSpan(editor, 0.0, 2.0, 4, columns));  // no peaks
+    EXPECT_TRUE(columns.empty());
+
+    GivePeaks(editor, kPeaks, 10.0);
+    columns.resize(2);
+    EXPECT_FALSE(Access::ExternalLodForSpan(editor, 0.0, 2.0, 0, columns));
+    EXPECT_TRUE(columns.empty());
+    // With usable frames the columns come from them: 0.5..0.75 s reads -0.5..1.0.
+    ASSERT_TRUE(Access::ExternalLodForSpan(editor, 0.5, 0.75, 1, columns));
+    EXPECT_NEAR(columns.at(0).MinAmp, -0.5, 1e-6);
+
+    Access::bUsePcmFrames(editor) = false;
+    // 2 s in 4 columns of 0.5 s read peak indexes 0..1, 0..1, 1..2, 1..2.
+    ASSERT_TRUE(Access::ExternalLodForSpan(editor, 0.0, 2.0, 4, columns));
+    ASSERT_EQ(columns.size(), 4u);
+    const double times[4] = {0.25, 0.75, 1.25, 1.75}, peaks[4] = {0.2, 0.2, 0.7, 0.7};
+    for (int i = 0; i < 4; ++i)
+    {
+        EXPECT_DOUBLE_EQ(columns[i].TimeSec, times[i]);
+        EXPECT_NEAR(columns[i].MinAmp, -peaks[i], 1e-6);
+        EXPECT_NEAR(columns[i].MaxAmp, peaks[i], 1e-6);
+    }
+    // A reversed span is 1e-9 s from its start.
+    ASSERT_TRUE(Access::ExternalLodForSpan(editor, 3.0, 1.0, 1, columns));
+    EXPECT_NEAR(columns.at(0).TimeSec, 3.0 + 0.5e-9, 1e-12);
+}
+
+TEST(WaveformChain, FallsThroughToTheRangeThenThePeakProviderAndClampsTheirAnswers)
+{
+    GLWaveEdit editor;
+    double lo = 9.0, hi = 9.0;
+    EXPECT_FALSE(Access::HasWaveform(editor));
+    EXPECT_FALSE(Access::WaveformRangeForSpan(editor, 1.0, 2.0, lo, hi));
+    EXPECT_EQ(lo, 9.0);  // untouched
+    EXPECT_EQ(Access::WaveformPeakForSpan(editor, 1.0, 2.0), -1.0);
+
+    int rangeCalls = 0, peakCalls = 0;
+    bool rangeAnswers = true;
+    std::vector<double> peakArgs;
+    float peak = 0.3f;
+    editor.WaveformRangeProvider = [&](double, double, float& Lo, float& Hi) {
+        ++rangeCalls;
+        Lo = 0.8f;  // above its maximum, which lies beyond full scale
+        Hi = -2.0f;
+        return rangeAnswers;
+    };
+    editor.WaveformPeakProvider = [&](double A, double B) {
+        ++peakCalls;
+        peakArgs = {A, B};
+        return peak;
+    };
+    ExpectRanges(editor, kChain, {{1.0, 2.0, -1.0, 0.8}});  // clamped to (0.8, -1.0), then swapped
+    EXPECT_EQ(rangeCalls, 1);
+    EXPECT_EQ(peakCalls, 0);
+    EXPECT_DOUBLE_EQ(Access::WaveformPeakForSpan(editor, 1.0, 2.0), 1.0);
+
+    rangeAnswers = false;  // what it wrote is dropped
+    ExpectRanges(editor, kChain, {{5.0, 4.0, -0.3, 0.3}});
+    EXPECT_EQ(peakArgs, (std::vector<double>{5.0, 4.0}));  // inverted as given
+    peak = -0.4f;
+    EXPECT_EQ(Access::WaveformPeakForSpan(editor, 1.0, 2.0), 0.0);  // silence, not -1.0
+    peak = 2.0f;
+    ExpectRanges(editor, kChain, {{1.0, 2.0, -1.0, 1.0}});
+    GivePcm(editor, {0.5f});  // less than a frame: on to the providers
+    ExpectRanges(editor, kChain, {{0.0, 1.0, -1.0, 1.0}});
+
+    Access::bUsePcmFrames(editor) = false;
+    editor.HasWaveformProvider = [] { return true; };
+    EXPECT_TRUE(Access::HasWaveform(editor));
+    Access::bRenderSamplesValid(editor) = true;
+    Access::CachedRenderSampleCount(editor) = 5;
+    Access::InvalidateWaveCaches(editor);
+    EXPECT_FALSE(Access::bRenderSamplesValid(editor));
+    EXPECT_EQ(Access::CachedRenderSampleCount(editor), 5);  // the key stays
+}
