@@ -471,10 +471,7 @@ int main(int argc, char** argv)
     SDL_GL_SetSwapInterval(1);
 
     Core host;
-    host.pCoreSDL = std::make_unique<CoreSDL>();
-    host.pRend = std::make_unique<Rend>();
-    host.pMouse = std::make_unique<Mouse>();
-    host.pTarvik = std::make_unique<Tarvik>();
+    host.CreateParts();
     p = &host;
     auto font = std::make_unique<TTF>();
     if (font->Load(kFontPath, &error))

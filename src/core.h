@@ -15,6 +15,16 @@ public:
     std::unique_ptr<Rend> pRend;
     std::unique_ptr<Mouse> pMouse;
     std::unique_ptr<Tarvik> pTarvik;
+
+    // Puts every part in place with its defaults, as a host does before its
+    // first frame.
+    void CreateParts()
+    {
+        pCoreSDL = std::make_unique<CoreSDL>();
+        pRend = std::make_unique<Rend>();
+        pMouse = std::make_unique<Mouse>();
+        pTarvik = std::make_unique<Tarvik>();
+    }
 };
 
 // Set by the shell for its working life; child windows read it on their thread.

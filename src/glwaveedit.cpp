@@ -531,7 +531,7 @@ bool GLWaveEdit::HasWaveform() const
 }
 
 // Index = floor or ceil of a scaled time, kept in 0..Last; NaN counts as 0.
-static int64_t BoundedIndex(double Scaled, int64_t Last)
+int64_t GLWaveEdit::BoundedIndex(double Scaled, int64_t Last)
 {
     if (!(Scaled > 0.0))
         return 0;

@@ -30,6 +30,7 @@
 //   Render side       Render, NiceTimeStep, FormatTimeLabel (glwaveedit_render.cpp)
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -225,6 +226,7 @@ private:
 
     // --- Waveform queries ---
     bool HasWaveform() const;
+    static int64_t BoundedIndex(double Scaled, int64_t Last);
     bool ExternalRangeForSpan(double StartSec, double EndSec, double& MinOut, double& MaxOut) const;
     bool ExternalLodForSpan(double StartSec, double EndSec, int TargetSamples,
                             std::vector<WaveSample>& OutSamples) const;

@@ -91,17 +91,6 @@ std::string GLWaveEdit::FormatTimeLabel(double TimeSec) const
 
 // --- Columns ---
 
-// A frame index from a scaled time, NaN and negatives to 0, clamped to Last;
-// the same rounding as the editor's span query.
-static int64_t FrameIndex(double Scaled, int64_t Last)
-{
-    if (!(Scaled > 0.0))
-        return 0;
-    if (Scaled >= static_cast<double>(Last))
-        return Last;
-    return static_cast<int64_t>(Scaled);
-}
-
 // Column Index of Count evenly over StartSec .. StartSec + SpanSec.
 static void ColumnSpan(double StartSec, double SpanSec, int Index, int Count, double& OutT0, double& OutT1)
 {
@@ -229,8 +218,8 @@ bool GLWaveEdit::PcmColumns(int ColumnCount)
         double t0 = 0.0;
         double t1 = 0.0;
         ColumnSpan(ViewStartSec, spanSec, i, ColumnCount, t0, t1);
-        int64_t f0 = FrameIndex(std::floor(t0 * PcmSampleRate), frameCount - 1);
-        int64_t f1 = FrameIndex(std::ceil(t1 * PcmSampleRate), frameCount - 1);
+        int64_t f0 = BoundedIndex(std::floor(t0 * PcmSampleRate), frameCount - 1);
+        int64_t f1 = BoundedIndex(std::ceil(t1 * PcmSampleRate), frameCount - 1);
         if (f1 < f0)
             std::swap(f0, f1);
         WaveSample column;

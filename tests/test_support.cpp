@@ -8,12 +8,9 @@
 
 TestHost::TestHost(int WidthPx, int HeightPx)
 {
-    Host.pCoreSDL = std::make_unique<CoreSDL>();
+    Host.CreateParts();
     Host.pCoreSDL->Width = WidthPx;
     Host.pCoreSDL->Height = HeightPx;
-    Host.pRend = std::make_unique<Rend>();
-    Host.pMouse = std::make_unique<Mouse>();
-    Host.pTarvik = std::make_unique<Tarvik>();
     p = &Host;
     SDL_SetModState(static_cast<decltype(SDL_GetModState())>(0));
 }

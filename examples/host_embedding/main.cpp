@@ -51,10 +51,7 @@ static int ExerciseEditor(GLWaveEdit& Editor)
 int main()
 {
     Core host;
-    host.pCoreSDL = std::make_unique<CoreSDL>();
-    host.pRend = std::make_unique<Rend>();
-    host.pMouse = std::make_unique<Mouse>();
-    host.pTarvik = std::make_unique<Tarvik>();
+    host.CreateParts();
     p = &host;
 
     int failures = 0;
