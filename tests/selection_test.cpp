@@ -4,24 +4,26 @@
 
 #include <limits>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "test_support.h"
 
 namespace
 {
+const double kNaN = std::numeric_limits<double>::quiet_NaN();
+const double kInf = std::numeric_limits<double>::infinity();
+
+std::pair<double, double> Raw(GLWaveEdit& E)
+{
+    return {Access::SelectionStartValueSec(E), Access::SelectionEndValueSec(E)};
+}
 void SetRaw(GLWaveEdit& E, double A, double B)
 {
     Access::SelectionStartValueSec(E) = A;
     Access::SelectionEndValueSec(E) = B;
 }
-
-void ExpectRaw(GLWaveEdit& E, double A, double B)
-{
-    EXPECT_DOUBLE_EQ(Access::SelectionStartValueSec(E), A);
-    EXPECT_DOUBLE_EQ(Access::SelectionEndValueSec(E), B);
-}
-
 using Lines = std::vector<std::string>;
 }  // namespace
 
@@ -29,25 +31,20 @@ TEST(Selection, IsPresentBeyondAMicrosecondAndReportsItsEndsInOrder)
 {
     GLWaveEdit editor;
     SignalLog log(editor);
-    SetRaw(editor, 3.0, 1.0);
-    EXPECT_TRUE(editor.HasSelection());
-    EXPECT_EQ(editor.SelectionStartSec(), 1.0);
-    EXPECT_EQ(editor.SelectionEndSec(), 3.0);
-    Access::EmitSelectionChanged(editor);
-
-    SetRaw(editor, 2.0, 2.0000005);  // collapsed, but not at zero
-    EXPECT_FALSE(editor.HasSelection());
-    EXPECT_EQ(editor.SelectionStartSec(), 2.0);
-    EXPECT_EQ(editor.SelectionEndSec(), 2.0000005);
-    Access::EmitSelectionChanged(editor);
-    EXPECT_EQ(log.Lines, (Lines{"selection 1.000000 3.000000", "selection 0.000000 0.000000"}));
-
-    SetRaw(editor, 0.0, 1e-6);  // exactly 1e-6 apart is none
-    EXPECT_FALSE(editor.HasSelection());
-    SetRaw(editor, 0.0, 1.5e-6);
-    EXPECT_TRUE(editor.HasSelection());
-    SetRaw(editor, std::numeric_limits<double>::quiet_NaN(), 1.0);
-    EXPECT_FALSE(editor.HasSelection());
+    // Sets the raw pair and signals it; gives presence and the ordered ends.
+    auto select = [&](double A, double B) {
+        SetRaw(editor, A, B);
+        Access::EmitSelectionChanged(editor);
+        return std::make_tuple(editor.HasSelection(), editor.SelectionStartSec(), editor.SelectionEndSec());
+    };
+    EXPECT_EQ(select(3.0, 1.0), std::make_tuple(true, 1.0, 3.0));
+    EXPECT_EQ(select(2.0, 2.0000005), std::make_tuple(false, 2.0, 2.0000005));  // collapsed, but not at zero
+    EXPECT_EQ(select(0.0, 1e-6), std::make_tuple(false, 0.0, 1e-6));            // exactly 1e-6 apart is none
+    EXPECT_EQ(select(0.0, 1.5e-6), std::make_tuple(true, 0.0, 1.5e-6));         // printed as 0.000002
+    EXPECT_FALSE(std::get<0>(select(kNaN, 1.0)));
+    EXPECT_EQ(log.Lines, (Lines{"selection 1.000000 3.000000", "selection 0.000000 0.000000",
+                                "selection 0.000000 0.000000", "selection 0.000000 0.000002",
+                                "selection 0.000000 0.000000"}));
 }
 
 TEST(Selection, ClearingAlwaysZeroesThePairAndSignalsOnlyALostSelectionWhenAsked)
@@ -55,16 +52,15 @@ TEST(Selection, ClearingAlwaysZeroesThePairAndSignalsOnlyALostSelectionWhenAsked
     GLWaveEdit editor;
     SignalLog log(editor);
     Access::SelectionAnchorSec(editor) = 4.0;
-    SetRaw(editor, 2.5, 2.5);
-    editor.ClearSelection(true);  // there was none: silent, but zeroed
-    ExpectRaw(editor, 0.0, 0.0);
-    SetRaw(editor, 1.0, 3.0);
-    editor.ClearSelection(false);
-    ExpectRaw(editor, 0.0, 0.0);
+    auto clear = [&](double A, double B, bool bSignal) {
+        SetRaw(editor, A, B);
+        editor.ClearSelection(bSignal);
+        return Raw(editor);
+    };
+    EXPECT_EQ(clear(2.5, 2.5, true), std::make_pair(0.0, 0.0));  // there was none: silent, but zeroed
+    EXPECT_EQ(clear(1.0, 3.0, false), std::make_pair(0.0, 0.0));
     EXPECT_TRUE(log.Lines.empty());
-    SetRaw(editor, 3.0, 1.0);
-    editor.ClearSelection(true);
-    ExpectRaw(editor, 0.0, 0.0);
+    EXPECT_EQ(clear(3.0, 1.0, true), std::make_pair(0.0, 0.0));
     EXPECT_EQ(log.Lines, (Lines{"selection 0.000000 0.000000"}));
     EXPECT_EQ(Access::SelectionAnchorSec(editor), 4.0);
 }
@@ -73,33 +69,26 @@ TEST(Selection, HostedSelectionIsOrderedClampedSilentAndIgnoresNonFiniteValues)
 {
     GLWaveEdit editor;
     SignalLog log(editor);
-    editor.DurationSec = 10.0;
-    editor.SetHostedSelection(5.0, 2.0);
-    ExpectRaw(editor, 2.0, 5.0);
-    editor.SetHostedSelection(-1.0, 1000.0);
-    ExpectRaw(editor, 0.0, 10.0);
-    editor.SetHostedSelection(12.0, 15.0);  // wholly past the end collapses there
-    ExpectRaw(editor, 10.0, 10.0);
-    EXPECT_FALSE(editor.HasSelection());
+    auto host = [&](double Duration, double A, double B) {
+        editor.DurationSec = Duration;
+        editor.SetHostedSelection(A, B);
+        return Raw(editor);
+    };
+    EXPECT_EQ(host(10.0, 5.0, 2.0), std::make_pair(2.0, 5.0));
+    EXPECT_EQ(host(10.0, -1.0, 1000.0), std::make_pair(0.0, 10.0));
+    EXPECT_EQ(host(10.0, 12.0, 15.0), std::make_pair(10.0, 10.0));  // wholly past the end collapses there
+    EXPECT_EQ(host(-2.0, 1.0, 3.0), std::make_pair(0.0, 0.0));      // no length: every finite pair is (0, 0)
     EXPECT_TRUE(log.Lines.empty());
 
     // Non-finite: nothing changes, the render cache included.
-    editor.SetHostedSelection(1.0, 3.0);
+    host(10.0, 1.0, 3.0);
     Access::bRenderSamplesValid(editor) = true;
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    const double inf = std::numeric_limits<double>::infinity();
-    editor.SetHostedSelection(nan, 4.0);
-    editor.SetHostedSelection(2.0, inf);
-    editor.SetHostedSelection(-inf, 4.0);
-    ExpectRaw(editor, 1.0, 3.0);
+    host(10.0, kNaN, 4.0);
+    host(10.0, 2.0, kInf);
+    EXPECT_EQ(host(10.0, -kInf, 4.0), std::make_pair(1.0, 3.0));
     EXPECT_TRUE(Access::bRenderSamplesValid(editor));
-    editor.SetHostedSelection(2.0, 4.0);
+    host(10.0, 2.0, 4.0);
     EXPECT_FALSE(Access::bRenderSamplesValid(editor));
-
-    editor.DurationSec = -2.0;  // no length: every finite pair becomes (0, 0)
-    editor.SetHostedSelection(1.0, 3.0);
-    ExpectRaw(editor, 0.0, 0.0);
-    EXPECT_TRUE(log.Lines.empty());
 }
 
 TEST(Selection, EdgeToleranceIsTenPixelsAtTheCurrentZoomWithAFloor)
