@@ -2,6 +2,8 @@
 // and the pointer leaving the window.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "test_support.h"
 
 namespace
@@ -19,10 +21,11 @@ struct Rig
     TestHost Host{1000, 1000};
     GLWaveEdit Editor;
     SignalLog Log{Editor};
+    Tarvik& Root = Host.Root();
 
     explicit Rig(int DocumentCount)
     {
-        Host.Root().Windows.push_back(&Editor);
+        Root.Windows.push_back(&Editor);
         Editor.X1 = -0.508, Editor.X2 = 0.508, Editor.Y1 = 0.5, Editor.Y2 = -0.5;
         for (int i = 0; i < DocumentCount; ++i)
             Editor.NewUntitledDocument();
@@ -42,70 +45,56 @@ struct Rig
 };
 }  // namespace
 
-TEST(MouseEvents, LeftClickOnATabLoadsItAndTakesTheFocusEvenWhenAlreadyActive)
+TEST(MouseEvents, LeftClickOnATabLoadsItWithFocusAndItsCloseBoxClosesItWithout)
 {
     Rig r(3);
     GLWaveEdit other;
     other.bFocused = true;
-    r.Host.Root().Windows.push_back(&other);
+    r.Root.Windows.push_back(&other);
     r.Click(0, r.TabX(0), kTabY);
-    EXPECT_EQ(Access::ActiveDocumentIndex(r.Editor), 0);
-    EXPECT_TRUE(r.Editor.bFocused);
-    EXPECT_FALSE(other.bFocused);
-    EXPECT_TRUE(r.Host.Root().bChildWindowProcessed);
+    EXPECT_TRUE(Access::ActiveDocumentIndex(r.Editor) == 0 && r.Editor.bFocused && !other.bFocused);
+    EXPECT_TRUE(r.Root.bChildWindowProcessed);
     r.Editor.CurrentTimeSec = 1.5;
-    r.Click(0, r.TabX(0), kTabY);
+    r.Click(0, r.TabX(0), kTabY);  // the active tab again: loaded again
     EXPECT_EQ(r.Editor.CurrentTimeSec, 0.0);
-    EXPECT_EQ(r.Log.Lines, (Lines{"selection 0.000000 0.000000", "active Untitled-1.ogg",
-                                  "selection 0.000000 0.000000", "active Untitled-1.ogg"}));
-}
-
-TEST(MouseEvents, CloseBoxClosesItsTabWithoutActivatingItOrTakingTheFocus)
-{
-    Rig r(3);
-    Access::LoadActiveDocument(r.Editor, 0);
-    r.Log.Clear();
+    r.Editor.bFocused = false;
     r.Click(0, r.CloseX(1), kTabY);  // tab 1 spans -0.167..0.167, its box 0.119..0.155
     ASSERT_EQ(Access::Documents(r.Editor).size(), 2u);
     EXPECT_EQ(Access::Document(r.Editor, 1).SourceFilePath, "Untitled-3.ogg");
-    EXPECT_EQ(Access::ActiveDocumentIndex(r.Editor), 0);
-    EXPECT_FALSE(r.Editor.bFocused);
-    EXPECT_TRUE(r.Host.Root().bChildWindowProcessed);
-    EXPECT_EQ(r.Log.Lines, (Lines{"selection 0.000000 0.000000", "active Untitled-1.ogg"}));
+    EXPECT_TRUE(Access::ActiveDocumentIndex(r.Editor) == 0 && !r.Editor.bFocused);
+    EXPECT_EQ(r.Log.Lines, (Lines{"selection 0.000000 0.000000", "active Untitled-1.ogg",
+                                  "selection 0.000000 0.000000", "active Untitled-1.ogg",
+                                  "selection 0.000000 0.000000", "active Untitled-1.ogg"}));
 }
 
 TEST(MouseEvents, TabMenuOpensOnRightClickAndClosesOnAnythingElse)
 {
     Rig r(3);
-    auto& open = Access::bTabMenuOpen(r.Editor);
+    const bool& open = Access::bTabMenuOpen(r.Editor);
     const double x = r.TabX(1);
     r.Click(2, x, kTabY);
-    EXPECT_TRUE(open);
-    EXPECT_EQ(Access::TabMenuDocumentIndex(r.Editor), 1);
-    EXPECT_EQ(Access::TabMenuX(r.Editor), x);
+    EXPECT_TRUE(open && Access::TabMenuDocumentIndex(r.Editor) == 1 && Access::TabMenuX(r.Editor) == x);
     r.Click(2, r.TabX(2), kTabY);  // another tab: the menu moves there
-    EXPECT_TRUE(open);
-    EXPECT_EQ(Access::TabMenuX(r.Editor), r.TabX(2));
-    r.Click(2, 0.0, 0.0);  // right click on the plot
-    EXPECT_FALSE(open);
-    r.Click(2, x, kTabY);
-    r.Click(1, 0.0, 0.0);  // middle button
-    EXPECT_FALSE(open);
-    r.ExpectView(2.0, 6.0);
-    r.Click(2, x, kTabY);
-    r.Click(3, 0.0, 0.0);  // the wheel closes the menu and still zooms
-    EXPECT_FALSE(open);
-    EXPECT_LT(r.Editor.ViewEndSec - r.Editor.ViewStartSec, 4.0);
+    EXPECT_TRUE(open && Access::TabMenuX(r.Editor) == r.TabX(2));
+    // Each closes the menu: right on the plot, middle, the wheel (which still
+    // zooms, 4 / 1.22 = 3.2787 s), left outside the menu (then the tab is clicked).
+    const std::tuple<int, double, double, double> closers[] = {
+        {2, 0.0, 0.0, 4.0}, {1, 0.0, 0.0, 4.0}, {3, 0.0, 0.0, 4.0 / 1.22}};
+    for (const auto& [button, cx, cy, span] : closers)
+    {
+        r.Click(2, x, kTabY);
+        r.Click(button, cx, cy);
+        EXPECT_FALSE(open) << button;
+        EXPECT_NEAR(r.Editor.ViewEndSec - r.Editor.ViewStartSec, span, 1e-6) << button;
+    }
     EXPECT_FALSE(r.Editor.bFocused);
     r.Click(2, x, kTabY);
-    r.Click(0, r.TabX(0), kTabY);  // left outside the menu: closes it, then the tab is clicked
-    EXPECT_FALSE(open);
-    EXPECT_EQ(Access::ActiveDocumentIndex(r.Editor), 0);
+    r.Click(0, r.TabX(0), kTabY);
+    EXPECT_TRUE(!open && Access::ActiveDocumentIndex(r.Editor) == 0);
     r.Click(2, x, kTabY);
-    r.Host.Root().bChildWindowProcessed = false;
+    r.Root.bChildWindowProcessed = false;
     r.Click(0, x + 0.09, kTabY - 0.05);  // on the item: tab 1 closes
-    EXPECT_FALSE(open);
-    EXPECT_FALSE(r.Host.Root().bChildWindowProcessed);
+    EXPECT_FALSE(open || r.Root.bChildWindowProcessed);
     ASSERT_EQ(Access::Documents(r.Editor).size(), 2u);
     EXPECT_EQ(Access::Document(r.Editor, 1).SourceFilePath, "Untitled-3.ogg");
     r.Click(2, r.TabX(1), kTabY);
@@ -124,8 +113,7 @@ TEST(MouseEvents, WheelZoomsAroundThePointerOnThePlotAndTheMiddleElsewhere)
     r.ExpectView(2.0, 6.0);
     r.Click(3, -0.25, kTabY);  // over the tab bar: around 4.0, 4 - 3.2786885 / 2
     r.ExpectView(2.3606557, 5.6393443);
-    EXPECT_FALSE(r.Editor.bFocused);
-    EXPECT_FALSE(r.Host.Root().bChildWindowProcessed);
+    EXPECT_FALSE(r.Editor.bFocused || r.Root.bChildWindowProcessed);
 }
 
 TEST(MouseEvents, DoubleClickFitsTheViewAndMouseOutForgetsTheHoverOnly)
@@ -141,8 +129,7 @@ TEST(MouseEvents, DoubleClickFitsTheViewAndMouseOutForgetsTheHoverOnly)
     r.Editor.EventMouseOut();
     r.Editor.EventMouseRelease(0, 0.0, 0.0);
     EXPECT_FALSE(r.Editor.bHovered || Access::bHover(r.Editor));
-    EXPECT_EQ(Access::HoverPeak(r.Editor), -1.0);
-    EXPECT_EQ(Access::HoverTimeSec(r.Editor), 4.0);
+    EXPECT_TRUE(Access::HoverPeak(r.Editor) == -1.0 && Access::HoverTimeSec(r.Editor) == 4.0);
     EXPECT_EQ(Access::ActiveDrag(r.Editor), Access::DragSeek);
     EXPECT_TRUE(r.Log.Lines.empty());
 }

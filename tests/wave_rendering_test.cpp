@@ -10,14 +10,13 @@
 TEST(NiceTimeStep, PicksTheSmallestOneTwoFiveStepNotBelowTheRoughStep)
 {
     GLWaveEdit editor;
-    EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, 0.3), 0.5);
-    EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, 1.0), 1.0);
-    EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, 1.01), 2.0);
-    EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, 7.0), 10.0);
-    EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, 0.0012), 0.002);
-    // From 50 s on, whole minutes on the same ladder: 55 -> 1 min, 130 s = 2.2 min -> 5 min.
-    EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, 55.0), 60.0);
-    EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, 130.0), 300.0);
+    // From 50 s on, whole minutes on the same ladder: 55 -> 1 min, 130 s = 2.2 min -> 5 min;
+    // nonsense gives the smallest step.
+    const double cases[][2] = {{0.3, 0.5},    {1.0, 1.0},     {1.01, 2.0}, {7.0, 10.0},
+                               {0.0012, 0.002}, {55.0, 60.0}, {130.0, 300.0}, {0.0, 1e-4},
+                               {-3.0, 1e-4},  {std::numeric_limits<double>::quiet_NaN(), 1e-4}};
+    for (const auto& c : cases)
+        EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, c[0]), c[1]) << c[0];
 }
 
 TEST(NiceTimeStep, EveryStepIsALadderValueAtMostTwoAndAHalfTimesTheRoughStep)
@@ -34,14 +33,6 @@ TEST(NiceTimeStep, EveryStepIsALadderValueAtMostTwoAndAHalfTimesTheRoughStep)
                     std::fabs(mantissa - 5.0) < 1e-9)
             << "rough " << rough << " gave " << step;
     }
-}
-
-TEST(NiceTimeStep, NonsenseRoughStepsGiveTheSmallestStep)
-{
-    GLWaveEdit editor;
-    EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, 0.0), 1e-4);
-    EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, -3.0), 1e-4);
-    EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, std::numeric_limits<double>::quiet_NaN()), 1e-4);
 }
 
 TEST(FormatTimeLabel, ReadsAsSecondsMinutesOrHoursByMagnitude)
@@ -98,24 +89,17 @@ static void ExpectColumnsMatchSpanQuery(GLWaveEdit& Editor, double StartSec, dou
     }
 }
 
-TEST(WaveColumns, AgreeWithTheSpanQueryFromSingleFramesToCoarseBlocks)
+TEST(WaveColumns, AgreeWithTheSpanQueryFromSingleFramesToCoarseBlocksAndFollowChangedFrames)
 {
     GLWaveEdit editor;
     LoadSynthesisedSignal(editor);
     ExpectColumnsMatchSpanQuery(editor, 1.4, 1.41, 300);    // 480 frames: a frame or two per column
     ExpectColumnsMatchSpanQuery(editor, 0.1234, 2.9, 700);  // ~190 frames: ragged ends only
-    ExpectColumnsMatchSpanQuery(editor, 0.0, 3.0, 50);      // 2880 frames: fine blocks
     ExpectColumnsMatchSpanQuery(editor, 0.01, 3.0, 4);      // ~36000 frames: coarse blocks of 16384
-}
-
-TEST(WaveColumns, FollowChangedFramesOnceTheCachesAreInvalidated)
-{
-    GLWaveEdit editor;
-    LoadSynthesisedSignal(editor);
-    ExpectColumnsMatchSpanQuery(editor, 0.0, 3.0, 50);
+    ExpectColumnsMatchSpanQuery(editor, 0.0, 3.0, 50);      // 2880 frames: fine blocks
     for (float& sample : Access::PcmFrames(editor))
         sample *= 0.5f;
-    Access::InvalidateWaveCaches(editor);
+    Access::InvalidateWaveCaches(editor);  // the columns cached for 0..3 s at 50 must not survive
     ExpectColumnsMatchSpanQuery(editor, 0.0, 3.0, 50);
 }
 
