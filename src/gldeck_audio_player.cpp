@@ -131,12 +131,12 @@ struct GLDeckAudioPlayer::Impl
 #if GLWE_USE_SDL3
     void OpenDevice()
     {
-        SDL_AudioSpec spec{};
-        spec.format = SDL_AUDIO_F32;
-        spec.channels = kOutputChannels;
-        spec.freq = kOutputSampleRate;
+        SDL_AudioSpec outputFormat{};
+        outputFormat.format = SDL_AUDIO_F32;
+        outputFormat.channels = kOutputChannels;
+        outputFormat.freq = kOutputSampleRate;
         // Opens paused; SDL converts to whatever the hardware takes.
-        pDeviceStream = SDL_OpenAudioDeviceStream(SDL_AUDIO_DEVICE_DEFAULT_PLAYBACK, &spec, &StreamCallback, this);
+        pDeviceStream = SDL_OpenAudioDeviceStream(SDL_AUDIO_DEVICE_DEFAULT_PLAYBACK, &outputFormat, &StreamCallback, this);
     }
 
     static void SDLCALL StreamCallback(void* pUser, SDL_AudioStream* pStream, int AdditionalBytes, int)
