@@ -5,8 +5,6 @@
 
 #include "glwaveedit.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
@@ -28,6 +26,7 @@ extern "C" {
 #include "glgeometry.h"
 #include "glkeyaction.h"
 #include "gltheme.h"
+#include "large_buffer.h"
 #include "sdl_compat.h"
 
 // The format of all decoded audio in the editor.
@@ -43,46 +42,9 @@ static double Clamp01(double V)
 }
 
 // --- Large buffers ---
-// An hour of stereo float is 1.4 GB. First touch of fresh 4 KiB pages costs
-// seconds at that size, so big buffers ask for transparent huge pages before
-// they are touched, and copies reuse capacity that is already there.
-
-static constexpr size_t kHugePageBytes = size_t(2) << 20;
-
-// Gives V room for Floats values without touching new memory before the
-// kernel has been asked for huge pages. Keeps V's content.
-static void ReserveFloats(std::vector<float>& V, size_t Floats)
-{
-    if (V.capacity() >= Floats)
-        return;
-    std::vector<float> fresh;
-    fresh.reserve(Floats);
-    const size_t bytes = Floats * sizeof(float);
-    if (bytes >= 4 * kHugePageBytes)
-    {
-        // madvise wants a page-aligned start; the unaligned head stays small pages.
-        const uintptr_t begin = reinterpret_cast<uintptr_t>(fresh.data());
-        const uintptr_t aligned = (begin + kHugePageBytes - 1) & ~(kHugePageBytes - 1);
-        const uintptr_t end = begin + bytes;
-        if (aligned < end)
-            madvise(reinterpret_cast<void*>(aligned), end - aligned, MADV_HUGEPAGE);
-    }
-    fresh.insert(fresh.end(), V.begin(), V.end());
-    V.swap(fresh);
-}
-
-// Dst becomes a copy of First..Last, reusing Dst's capacity where it suffices.
-static void AssignFloats(std::vector<float>& Dst, const float* First, const float* Last)
-{
-    Dst.clear();
-    ReserveFloats(Dst, static_cast<size_t>(Last - First));
-    Dst.insert(Dst.end(), First, Last);
-}
-
-static void AssignFloats(std::vector<float>& Dst, const std::vector<float>& Src)
-{
-    AssignFloats(Dst, Src.data(), Src.data() + Src.size());
-}
+// Shared with the extensions and the player (large_buffer.h).
+using LargeBuffer::AssignFloats;
+using LargeBuffer::ReserveFloats;
 
 // --- Lifecycle ---
 
@@ -235,6 +197,7 @@ void GLWaveEdit::NewUntitledDocument()
     record.ViewEndSec = ViewEndSec;
     record.bUsePcmFrames = true;
     Documents.push_back(std::move(record));
+    AppendDocumentId();
     ActiveDocumentIndex = static_cast<int>(Documents.size()) - 1;
 
     EmitSelectionChanged();
@@ -255,7 +218,9 @@ void GLWaveEdit::CloseDocument(int Index)
     if (!closingActive)
         StoreActiveDocument();
     StopPlayback();
+    HistoryForgetDocument(DocumentIds[static_cast<size_t>(Index)]);
     Documents.erase(Documents.begin() + Index);
+    DocumentIds.erase(DocumentIds.begin() + Index);
 
     if (Documents.empty())
     {
@@ -459,6 +424,14 @@ void GLWaveEdit::SetExternalPeakWaveform(const std::string& Path, const std::vec
         DurationSec = DurationSeconds > 0.0 ? DurationSeconds : 0.0;
     }
 
+    FinishOpenedDocument();
+}
+
+// What opening does once the mirror holds the new document's audio: a fresh
+// position and selection, the whole document in view, a new record appended
+// and made active. Shared with AdoptDecodedDocument.
+void GLWaveEdit::FinishOpenedDocument()
+{
     CurrentTimeSec = 0.0;
     PreviewTimeSec = 0.0;
     CommittedSeekDisplaySec = -1.0;
@@ -469,9 +442,22 @@ void GLWaveEdit::SetExternalPeakWaveform(const std::string& Path, const std::vec
     bViewInitialized = true;
 
     Documents.emplace_back();
+    AppendDocumentId();
     ActiveDocumentIndex = static_cast<int>(Documents.size()) - 1;
     StoreActiveDocument();
     SignalActiveDocumentChanged.emit(SourceFilePath);
+}
+
+void GLWaveEdit::AppendDocumentId()
+{
+    DocumentIds.push_back(NextDocumentId++);
+}
+
+uint64_t GLWaveEdit::ActiveDocumentId() const
+{
+    if (ActiveDocumentIndex < 0 || ActiveDocumentIndex >= static_cast<int>(DocumentIds.size()))
+        return 0;
+    return DocumentIds[static_cast<size_t>(ActiveDocumentIndex)];
 }
 
 // --- Saving and window state ---
@@ -1163,8 +1149,10 @@ void GLWaveEdit::RemoveSelectedFrames(const char* Action)
     const FrameRange range = FramesOfSpan(start, end, PcmSampleRate, frameCount);
     if (range.IsEmpty())
         return;
+    HistoryBeforeChange(range.StartFrame, range.EndFrame, 0);
     PcmFrames.erase(PcmFrames.begin() + range.StartFrame * PcmChannels,
                     PcmFrames.begin() + range.EndFrame * PcmChannels);
+    NoteFramesChanged(range.StartFrame, -1);
     DurationSec = static_cast<double>(PcmFrames.size() / static_cast<size_t>(PcmChannels)) / PcmSampleRate;
     SelectionStartValueSec = start;
     SelectionEndValueSec = start;
@@ -1205,9 +1193,15 @@ void GLWaveEdit::RequestPasteAtSelection()
     const double at = selected ? SelectionStartSec() : HoverTimeSec;
     const int64_t frameCount = static_cast<int64_t>(PcmFrames.size()) / PcmChannels;
     int64_t insertFrame = FrameOfTime(at, PcmSampleRate, frameCount);
+    const int64_t clipboardFrameCount = static_cast<int64_t>(ClipboardFrames.size()) / PcmChannels;
+    const FrameRange replaced = selected
+                                    ? FramesOfSpan(SelectionStartSec(), SelectionEndSec(), PcmSampleRate, frameCount)
+                                    : FrameRange{insertFrame, insertFrame};
+    HistoryBeforeChange(replaced.IsEmpty() ? insertFrame : replaced.StartFrame,
+                        replaced.IsEmpty() ? insertFrame : replaced.EndFrame, clipboardFrameCount);
     if (selected)
     {
-        const FrameRange range = FramesOfSpan(SelectionStartSec(), SelectionEndSec(), PcmSampleRate, frameCount);
+        const FrameRange range = replaced;
         if (!range.IsEmpty())
         {
             PcmFrames.erase(PcmFrames.begin() + range.StartFrame * PcmChannels,
@@ -1220,6 +1214,7 @@ void GLWaveEdit::RequestPasteAtSelection()
     if (PcmFrames.capacity() < needed)
         ReserveFloats(PcmFrames, needed + needed / 4);
     PcmFrames.insert(PcmFrames.begin() + insertFrame * PcmChannels, ClipboardFrames.begin(), ClipboardFrames.end());
+    NoteFramesChanged(insertFrame, -1);
     DurationSec = static_cast<double>(PcmFrames.size() / static_cast<size_t>(PcmChannels)) / PcmSampleRate;
 
     const double pasteStart = static_cast<double>(insertFrame) / PcmSampleRate;
@@ -1253,6 +1248,7 @@ bool GLWaveEdit::ApplyGainPercent(double Percent, std::string* ErrorMessage)
         return fail("Selected audio range is empty.");
 
     StopPlayback();
+    HistoryBeforeChange(range.StartFrame, range.EndFrame, range.EndFrame - range.StartFrame);
     // A gain beyond float range is held at FLT_MAX, so silence stays 0.0
     // instead of becoming 0 x inf = NaN; everything else clamps to full scale.
     const float gain = static_cast<float>(std::min(Percent / 100.0, static_cast<double>(FLT_MAX)));
@@ -1266,6 +1262,7 @@ bool GLWaveEdit::ApplyGainPercent(double Percent, std::string* ErrorMessage)
         product = product < -1.0f ? -1.0f : product;
         *sample = product > 1.0f ? 1.0f : product;
     }
+    NoteFramesChanged(range.StartFrame, range.EndFrame);
     InvalidateWaveCaches();
 
     char action[512];
@@ -1490,7 +1487,8 @@ void GLWaveEdit::EventMouseClick(int ButtonID, double x, double y)
         {
             const int closeIndex = TabMenuDocumentIndex;
             CloseTabMenu();
-            CloseDocument(closeIndex);
+            if (!CloseRequestProvider || CloseRequestProvider(closeIndex))
+                CloseDocument(closeIndex);
             return;
         }
         // Any other click closes the menu and then does what it would have done.
@@ -1503,7 +1501,8 @@ void GLWaveEdit::EventMouseClick(int ButtonID, double x, double y)
         const int closeTabIndex = HitTestDocumentTabClose(x, y);
         if (closeTabIndex >= 0)
         {
-            CloseDocument(closeTabIndex);
+            if (!CloseRequestProvider || CloseRequestProvider(closeTabIndex))
+                CloseDocument(closeTabIndex);
             ClaimInput(false, *this);
             return;
         }

@@ -27,6 +27,9 @@
 //   Clipboard edits   RequestCopySelection ... RequestDeleteSelection
 //   Gain              ApplyGainPercent
 //   Input             MouseProcessing, mouse events, HandleGlobalKey
+//   Extensions        opt-in, each in a file of its own and off by default:
+//                     tabs (glwaveedit_tabs.cpp), adopting a decoded document
+//                     (glwaveedit_adopt.cpp), edit history (glwaveedit_history.cpp)
 //   Render side       Render, NiceTimeStep, FormatTimeLabel (glwaveedit_render.cpp)
 #pragma once
 
@@ -139,6 +142,11 @@ public:
     std::function<double()> DurationProvider;     // host's duration, while the editor has no data
     std::function<bool()> IsPreloadingProvider;   // render side: the host is still loading
     std::function<double()> PreloadProgressProvider;  // render side: 0.0..1.0
+    // Extension (glwaveedit_tabs.cpp), empty by default: asked with the tab's
+    // index before a click on its close box or the tab menu's "Close" closes
+    // it. False withholds the close, so that a host can ask the user first and
+    // close the tab itself with CloseDocumentAt. Empty: every close goes ahead.
+    std::function<bool(int)> CloseRequestProvider;
 
     // Notifications, fired synchronously once the state they report is final.
     Signal<double> SignalSeekPreview;    // each held pass of a seek drag: the preview time
@@ -191,6 +199,12 @@ private:
     int TabMenuDocumentIndex = -1;
     double TabMenuX = 0.0;
     double TabMenuY = 0.0;
+    // A stable id per tab, parallel to Documents, for state that extensions
+    // and the render side keep per document (history, waveform summaries).
+    std::vector<uint64_t> DocumentIds;
+    uint64_t NextDocumentId = 1;
+    struct EditHistory;                         // glwaveedit_history.cpp
+    std::shared_ptr<EditHistory> pEditHistory;  // null: no history (the default)
 
 public:
     // --- Lifecycle ---
@@ -223,6 +237,9 @@ private:
     void StoreActiveDocument();
     void LoadActiveDocument(int Index);
     void CopyMirrorAndRecord(AudioDocument& Record, bool bIntoRecord);
+    void FinishOpenedDocument();  // the shared tail of opening a document
+    void AppendDocumentId();
+    uint64_t ActiveDocumentId() const;  // 0 with no active document
 
     // --- Waveform queries ---
     bool HasWaveform() const;
@@ -233,6 +250,10 @@ private:
     bool WaveformRangeForSpan(double StartSec, double EndSec, double& MinOut, double& MaxOut) const;
     double WaveformPeakForSpan(double StartSec, double EndSec) const;
     void InvalidateWaveCaches();
+    // The active document's frames changed from FirstFrame up to EndFrame
+    // (exclusive); EndFrame < 0: to the end, whose length may have changed.
+    // Keeps the render side's per-document summary current (render side).
+    void NoteFramesChanged(int64_t FirstFrame, int64_t EndFrame);
 
 public:
     // --- Time view ---
@@ -326,6 +347,51 @@ private:
     void ApplySeekPositionRule(double MouseX);
     void CommitSeek(double TimeSec);
     bool IsOnSelectionEdge(double TimeSec, double ToleranceSec) const;
+
+public:
+    // --- Extensions: tabs (glwaveedit_tabs.cpp) ---
+    // Read-only views of the tab list and direct moves, for a host that keeps
+    // its own bookkeeping per tab (modified marks, save targets).
+    int DocumentCount() const;
+    int ActiveDocument() const;                    // index, -1 with none
+    uint64_t DocumentIdAt(int Index) const;        // 0 when out of range
+    std::string DocumentPathAt(int Index) const;   // "" when out of range
+    void ActivateDocument(int Index);              // as a click on the tab
+    void CloseDocumentAt(int Index);               // as a click on its close box, unasked
+
+    // --- Extensions: adopting a decoded document (glwaveedit_adopt.cpp) ---
+    // Appends a document decoded elsewhere, as SetExternalPeakWaveform does
+    // after its own decode, with the same steps, state and signals. Frames are
+    // interleaved float at 48000 Hz, 2 channels, and are moved in, not copied;
+    // empty Frames give a tab without PCM, as a failed decode does.
+    void AdoptDecodedDocument(const std::string& Path, std::vector<float>&& Frames);
+
+    // --- Extensions: edit history (glwaveedit_history.cpp) ---
+    // Off by default: with it off no edit stores anything. On, every cut,
+    // paste, delete and gain of a document can be undone and redone, sample
+    // exact; the history belongs to its document and ends when the tab
+    // closes. A step stores only what its edit removed or overwrote. CapBytes
+    // bounds the stored frames of all documents together; the oldest steps go
+    // first. 0 turns the history off and drops it.
+    void EnableEditHistory(size_t CapBytes);
+    bool IsEditHistoryEnabled() const;
+    bool CanUndo() const;
+    bool CanRedo() const;
+    // Ends like every edit: caches, view clamp, SignalEditActionRequested
+    // with "undo" or "redo" and the span, selection signal, store.
+    bool Undo();
+    bool Redo();
+    // The active document's place in its history: 0 as opened, else the id of
+    // the last applied step. Equal ids mean equal audio.
+    uint64_t EditStateId() const;
+    bool HistoryDroppedSteps() const;  // the active document lost its oldest steps to the cap
+    size_t HistoryBytes() const;       // stored frames of all documents, in bytes
+
+private:
+    // Called by every edit just before it turns the frames StartFrame ..
+    // OldEndFrame into NewFrames others; nothing while the history is off.
+    void HistoryBeforeChange(int64_t StartFrame, int64_t OldEndFrame, int64_t NewFrames);
+    void HistoryForgetDocument(uint64_t DocumentId);
 
 public:
     // --- Render side ---

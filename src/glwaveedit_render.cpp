@@ -735,3 +735,11 @@ void GLWaveEdit::Render(GLdouble OffsetX, GLdouble OffsetY)
 {
     Render(X1 + OffsetX, Y1 + OffsetY, X2 + OffsetX, Y2 + OffsetY, OffsetX, OffsetY);
 }
+
+// The summary is rebuilt whole after every invalidation for now, so a changed
+// range needs no bookkeeping of its own yet.
+void GLWaveEdit::NoteFramesChanged(int64_t FirstFrame, int64_t EndFrame)
+{
+    (void)FirstFrame;
+    (void)EndFrame;
+}

@@ -1,0 +1,57 @@
+// Large float buffers: an hour of 48 kHz stereo float is 1.4 GB, and the
+// first touch of fresh 4 KiB pages costs seconds at that size. Big buffers
+// ask the kernel for transparent huge pages before they are touched, and
+// copies reuse capacity that is already there. Shared by the editor, its
+// extensions, the player and the program's decoder.
+#pragma once
+
+#include <sys/mman.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace LargeBuffer
+{
+constexpr size_t kHugePageBytes = size_t(2) << 20;
+
+// Asks for huge pages over the 2 MiB-aligned part of Data..Data+Bytes.
+// Only worth it, and only asked, from four huge pages up.
+inline void AdviseHugePages(void* Data, size_t Bytes)
+{
+    if (Bytes < 4 * kHugePageBytes)
+        return;
+    // madvise wants a page-aligned start; the unaligned head stays small pages.
+    const uintptr_t begin = reinterpret_cast<uintptr_t>(Data);
+    const uintptr_t aligned = (begin + kHugePageBytes - 1) & ~(kHugePageBytes - 1);
+    const uintptr_t end = begin + Bytes;
+    if (aligned < end)
+        madvise(reinterpret_cast<void*>(aligned), end - aligned, MADV_HUGEPAGE);
+}
+
+// Gives V room for Floats values without touching new memory before the
+// kernel has been asked for huge pages. Keeps V's content.
+inline void ReserveFloats(std::vector<float>& V, size_t Floats)
+{
+    if (V.capacity() >= Floats)
+        return;
+    std::vector<float> fresh;
+    fresh.reserve(Floats);
+    AdviseHugePages(fresh.data(), Floats * sizeof(float));
+    fresh.insert(fresh.end(), V.begin(), V.end());
+    V.swap(fresh);
+}
+
+// Dst becomes a copy of First..Last, reusing Dst's capacity where it suffices.
+inline void AssignFloats(std::vector<float>& Dst, const float* First, const float* Last)
+{
+    Dst.clear();
+    ReserveFloats(Dst, static_cast<size_t>(Last - First));
+    Dst.insert(Dst.end(), First, Last);
+}
+
+inline void AssignFloats(std::vector<float>& Dst, const std::vector<float>& Src)
+{
+    AssignFloats(Dst, Src.data(), Src.data() + Src.size());
+}
+}  // namespace LargeBuffer
