@@ -29,7 +29,8 @@
 //   Input             MouseProcessing, mouse events, HandleGlobalKey
 //   Extensions        opt-in, each in a file of its own and off by default:
 //                     tabs (glwaveedit_tabs.cpp), adopting a decoded document
-//                     (glwaveedit_adopt.cpp), edit history (glwaveedit_history.cpp)
+//                     (glwaveedit_adopt.cpp), edit history (glwaveedit_history.cpp),
+//                     replaying journalled edits (glwaveedit_replay.cpp)
 //   Render side       Render, NiceTimeStep, FormatTimeLabel (glwaveedit_render.cpp)
 #pragma once
 
@@ -358,6 +359,11 @@ public:
     std::string DocumentPathAt(int Index) const;   // "" when out of range
     void ActivateDocument(int Index);              // as a click on the tab
     void CloseDocumentAt(int Index);               // as a click on its close box, unasked
+    // The active document's frames, read-only: interleaved, as many channels
+    // as the document has. Valid until the next edit or document change.
+    const std::vector<float>& ActiveFrames() const;
+    int ActiveChannels() const;
+    int ActiveSampleRate() const;
 
     // --- Extensions: adopting a decoded document (glwaveedit_adopt.cpp) ---
     // Appends a document decoded elsewhere, as SetExternalPeakWaveform does
@@ -384,8 +390,19 @@ public:
     // The active document's place in its history: 0 as opened, else the id of
     // the last applied step. Equal ids mean equal audio.
     uint64_t EditStateId() const;
+    uint64_t EditStateIdOf(uint64_t DocumentId) const;  // the same for any tab, by its id
     bool HistoryDroppedSteps() const;  // the active document lost its oldest steps to the cap
     size_t HistoryBytes() const;       // stored frames of all documents, in bytes
+
+    // --- Extensions: replaying a journalled edit (glwaveedit_replay.cpp) ---
+    // Repeats one edit on the active document through the same operations
+    // that made it, so that a journal of edits gives back the edited frames
+    // sample for sample. Kind is "cut", "delete", "gain", "paste", "undo" or
+    // "redo"; frames are of the active document. A paste inserts Inserted
+    // (interleaved, the document's channels) in place of StartFrame ..
+    // EndFrame. False when the edit does not apply to the document.
+    bool ReplayEdit(const std::string& Kind, int64_t StartFrame, int64_t EndFrame, double Percent,
+                    const std::vector<float>& Inserted);
 
 private:
     // Called by every edit just before it turns the frames StartFrame ..

@@ -275,9 +275,14 @@ bool GLWaveEdit::CanRedo() const
 
 uint64_t GLWaveEdit::EditStateId() const
 {
+    return EditStateIdOf(ActiveDocumentId());
+}
+
+uint64_t GLWaveEdit::EditStateIdOf(uint64_t DocumentId) const
+{
     if (!pEditHistory)
         return 0;
-    const auto found = pEditHistory->PerDocument.find(ActiveDocumentId());
+    const auto found = pEditHistory->PerDocument.find(DocumentId);
     if (found == pEditHistory->PerDocument.end())
         return 0;
     const EditHistory::DocumentSteps& doc = found->second;

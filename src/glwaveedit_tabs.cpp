@@ -40,3 +40,18 @@ void GLWaveEdit::CloseDocumentAt(int Index)
 {
     CloseDocument(Index);
 }
+
+const std::vector<float>& GLWaveEdit::ActiveFrames() const
+{
+    return PcmFrames;
+}
+
+int GLWaveEdit::ActiveChannels() const
+{
+    return PcmChannels;
+}
+
+int GLWaveEdit::ActiveSampleRate() const
+{
+    return PcmSampleRate;
+}

@@ -1,0 +1,161 @@
+#include "batch.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <thread>
+
+#include "glwaveedit.h"
+#include "jobs.h"
+#include "session.h"
+
+namespace fs = std::filesystem;
+
+namespace
+{
+// A progress line that rewrites itself, on a terminal only.
+class ProgressLine
+{
+public:
+    ProgressLine() : bTerminal(isatty(STDERR_FILENO) == 1) {}
+    void Show(const std::string& What, double Fraction)
+    {
+        if (bTerminal)
+            std::fprintf(stderr, "\r%s %3d%%", What.c_str(), static_cast<int>(Fraction * 100.0));
+    }
+    void End()
+    {
+        if (bTerminal)
+            std::fprintf(stderr, "\r\033[K");
+    }
+
+private:
+    bool bTerminal;
+};
+
+constexpr auto kPollInterval = std::chrono::milliseconds(50);
+
+bool SaveAndWait(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const std::string& Path, const Options& Opts)
+{
+    std::error_code error;
+    if (fs::exists(Path, error) && !Opts.bOverwrite)
+    {
+        std::fprintf(stderr, "glwaveedit: %s exists; add --overwrite to replace it\n", Path.c_str());
+        return false;
+    }
+    const uint64_t id = Editor.DocumentIdAt(Editor.ActiveDocument());
+    SaveRequest request;
+    request.DocumentId = id;
+    request.Path = Path;
+    request.pFrames = &Editor.ActiveFrames();
+    request.SampleRate = Editor.ActiveSampleRate();
+    request.Channels = Editor.ActiveChannels();
+    request.BitrateKbps = Opts.BitrateKbps;
+    request.Tags = Docs.Info(id).Tags;
+    Work.StartSave(std::move(request));
+    ProgressLine progress;
+    SaveResult result;
+    while (!Work.TakeSaved(result))
+    {
+        progress.Show("saving " + Path, Work.SaveProgress());
+        std::this_thread::sleep_for(kPollInterval);
+    }
+    progress.End();
+    if (!result.bOk)
+    {
+        std::fprintf(stderr, "glwaveedit: cannot save %s: %s\n", Path.c_str(), result.Error.c_str());
+        return false;
+    }
+    std::fprintf(stderr, "glwaveedit: saved %s\n", Path.c_str());
+    return true;
+}
+
+void PrintInfo(const std::string& Path, const DocumentInfo& Info, const GLWaveEdit& Editor)
+{
+    const size_t frames = Editor.ActiveFrames().size() / 2;
+    std::printf("file: %s\nformat: %s\nduration: %.3f s\nframes: %zu at 48000 Hz stereo\n", Path.c_str(),
+                Info.FormatSummary.c_str(), static_cast<double>(frames) / 48000.0, frames);
+}
+}  // namespace
+
+bool OpenAndWait(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const std::string& Path, std::string& OutError)
+{
+    Work.QueueOpen(Path);
+    ProgressLine progress;
+    OpenResult result;
+    while (!Work.TakeOpened(result))
+    {
+        progress.Show("opening " + Path, Work.OpenProgress());
+        std::this_thread::sleep_for(kPollInterval);
+    }
+    progress.End();
+    if (!result.bOk)
+    {
+        OutError = result.Error;
+        return false;
+    }
+    const std::string summary = DescribeFormat(result.Audio);
+    Editor.AdoptDecodedDocument(Path, std::move(result.Audio.Frames));
+    DocumentInfo& info = Docs.Info(Editor.DocumentIdAt(Editor.ActiveDocument()));
+    info.SourcePath = Path;
+    info.FormatSummary = summary;
+    info.Tags = std::move(result.Audio.Tags);
+    return true;
+}
+
+bool RunBatchSteps(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const Options& Opts)
+{
+    for (const BatchStep& step : Opts.Steps)
+    {
+        std::string error;
+        switch (step.What)
+        {
+        case BatchStep::Select: Editor.SetHostedSelection(step.A, step.B); break;
+        case BatchStep::Cut: Editor.RequestCutSelection(); break;
+        case BatchStep::Delete: Editor.RequestDeleteSelection(); break;
+        case BatchStep::Gain:
+            if (!Editor.ApplyGainPercent(step.A, &error))
+            {
+                std::fprintf(stderr, "glwaveedit: gain: %s\n", error.c_str());
+                return false;
+            }
+            break;
+        case BatchStep::Save:
+            if (!SaveAndWait(Editor, Work, Docs, step.Path, Opts))
+                return false;
+            break;
+        }
+    }
+    return true;
+}
+
+int RunBatch(const Options& Opts)
+{
+    if (Opts.Files.empty())
+    {
+        std::fprintf(stderr, "glwaveedit: the batch mode needs a FILE\n");
+        return 2;
+    }
+    if (!Opts.Steps.empty() && Opts.Files.size() != 1)
+    {
+        std::fprintf(stderr, "glwaveedit: edit steps take exactly one FILE\n");
+        return 2;
+    }
+    GLWaveEdit editor;
+    Jobs work;
+    Session docs;
+    for (const std::string& path : Opts.Files)
+    {
+        std::string error;
+        if (!OpenAndWait(editor, work, docs, path, error))
+        {
+            std::fprintf(stderr, "glwaveedit: cannot open %s: %s\n", path.c_str(), error.c_str());
+            return 1;
+        }
+        if (Opts.bInfo)
+            PrintInfo(path, docs.Info(editor.DocumentIdAt(editor.ActiveDocument())), editor);
+    }
+    return RunBatchSteps(editor, work, docs, Opts) ? 0 : 1;
+}

@@ -1,0 +1,243 @@
+// The program's commands in one table: the menu bar lists them with their
+// shortcuts, and the same table answers the keys, so a menu and its key can
+// never disagree.
+//
+// Sections: Edits (with playback kept in step), The table, Menus, Keys.
+
+#include <imgui.h>
+
+#include <cmath>
+#include <filesystem>
+#include <functional>
+
+#include "glwaveedit.h"
+#include "options.h"
+#include "program.h"
+
+// --- Edits ---
+
+namespace
+{
+// Where a play position lands after an edit, so that what is heard follows
+// what is seen: inside a removed stretch it moves to where the stretch was,
+// after it by the change in length.
+double PositionAfterEdit(double PositionSec, const Program::EditReport& Edit, double ReplacedSec)
+{
+    const double a = Edit.StartSec;
+    const double b = Edit.EndSec;
+    if (Edit.Action == "cut" || Edit.Action == "delete")
+        return PositionSec < a ? PositionSec : PositionSec < b ? a : PositionSec - (b - a);
+    if (Edit.Action == "paste")
+        return PositionSec < a ? PositionSec
+               : PositionSec < a + ReplacedSec ? a
+                                               : PositionSec + (b - a) - ReplacedSec;
+    return PositionSec;
+}
+
+// Runs one edit and journals it; when it changed the audio while it played,
+// the player starts again at the same place in the edited audio.
+void RunEdit(Program& App, const std::function<void(GLWaveEdit&)>& Edit, double GainPercent = 0.0)
+{
+    GLWaveEdit& editor = *App.pEditor;
+    const bool playing = editor.IsPlaybackActive() && !editor.IsPlaybackPaused();
+    const double positionSec = editor.CurrentTimeSec;
+    const double replacedSec = editor.HasSelection() ? editor.SelectionEndSec() - editor.SelectionStartSec() : 0.0;
+    const size_t framesBefore = editor.ActiveFrames().size();
+    const int serial = App.LastEdit.Serial;
+    Edit(editor);
+    if (App.LastEdit.Serial == serial || App.LastEdit.Action == "copy")
+        return;
+    JournalLastEdit(App, framesBefore, GainPercent);
+    // The player plays its own copy of the old audio (and a gain stops it):
+    // what was playing starts again from the edited frames.
+    if (!playing)
+        return;
+    editor.CurrentTimeSec = PositionAfterEdit(positionSec, App.LastEdit, replacedSec);
+    std::string error;
+    if (!editor.PlayFromCurrentPosition(&error))
+        App.Complain("Playback stopped: " + error);
+}
+
+void Gain(Program& App, double Percent)
+{
+    RunEdit(
+        App,
+        [&App, Percent](GLWaveEdit& Editor) {
+            std::string error;
+            if (Editor.ApplyGainPercent(Percent, &error))
+                App.Say("Gain " + std::to_string(static_cast<int>(std::lround(Percent))) + "% applied" +
+                        (Editor.HasSelection() ? " to the selection." : "."));
+            else
+                App.Complain("Gain: " + error);
+        },
+        Percent);
+}
+
+void AskGain(Program& App)
+{
+    NumberPrompt prompt;
+    prompt.Title = "Gain";
+    prompt.Text = "Gain in percent (100 keeps the level; samples are held at full scale):";
+    prompt.Max = 10000.0;
+    prompt.OnAnswer = [&App](bool bApply, double Percent) {
+        if (bApply)
+            Gain(App, Percent);
+    };
+    App.Prompts.Ask(std::move(prompt));
+}
+
+void ShowKeys(Program& App)
+{
+    Question question;
+    question.Title = "Keys";
+    question.Text = UsageText();
+    question.Buttons = {"Close"};
+    App.Prompts.Ask(std::move(question));
+}
+
+// --- The table ---
+
+using Check = std::function<bool(const Program&)>;
+using Action = std::function<void(Program&)>;
+
+struct Command
+{
+    const char* Menu;
+    const char* Label;
+    const char* Shortcut;  // as the menu shows it
+    SDL_Keycode Key;       // 0: none of the program's own
+    bool bCtrl;
+    bool bShift;
+    Check Enabled;
+    Action Run;
+};
+
+bool HasPcm(const Program& App)
+{
+    return !App.pEditor->ActiveFrames().empty();
+}
+
+bool HasSelectionToEdit(const Program& App)
+{
+    return HasPcm(App) && App.pEditor->HasSelection();
+}
+
+const std::vector<Command>& Commands()
+{
+    static const std::vector<Command> table = {
+        {"File", "Open...", "Ctrl+O", SDLK_o, true, false, nullptr, CommandOpen},
+        {"File", "New tab", "Ctrl+N", SDLK_n, true, false, nullptr,
+         [](Program& App) { App.pEditor->NewUntitledDocument(); }},
+        {"File", "Save", "Ctrl+S", SDLK_s, true, false, HasPcm, [](Program& App) { CommandSave(App, false); }},
+        {"File", "Save As...", "Ctrl+Shift+S", SDLK_s, true, true, HasPcm,
+         [](Program& App) { CommandSave(App, true); }},
+        {"File", "Close tab", "Ctrl+W", SDLK_w, true, false, nullptr, CommandCloseActive},
+        {"File", "Quit", "Ctrl+Q", SDLK_q, true, false, nullptr, CommandQuit},
+        {"Edit", "Undo", "Ctrl+Z", SDLK_z, true, false, [](const Program& App) { return App.pEditor->CanUndo(); },
+         [](Program& App) { RunEdit(App, [](GLWaveEdit& E) { E.Undo(); }); }},
+        {"Edit", "Redo", "Ctrl+Shift+Z", SDLK_z, true, true, [](const Program& App) { return App.pEditor->CanRedo(); },
+         [](Program& App) { RunEdit(App, [](GLWaveEdit& E) { E.Redo(); }); }},
+        {"Edit", "Redo", "Ctrl+Y", SDLK_y, true, false, [](const Program& App) { return App.pEditor->CanRedo(); },
+         [](Program& App) { RunEdit(App, [](GLWaveEdit& E) { E.Redo(); }); }},
+        {"Edit", "Cut", "Ctrl+X", SDLK_x, true, false, HasSelectionToEdit,
+         [](Program& App) { RunEdit(App, [](GLWaveEdit& E) { E.RequestCutSelection(); }); }},
+        {"Edit", "Copy", "Ctrl+C", SDLK_c, true, false, HasSelectionToEdit,
+         [](Program& App) { App.pEditor->RequestCopySelection(); }},
+        {"Edit", "Paste", "Ctrl+V", SDLK_v, true, false, nullptr,
+         [](Program& App) { RunEdit(App, [](GLWaveEdit& E) { E.RequestPasteAtSelection(); }); }},
+        {"Edit", "Delete", "Delete", SDLK_DELETE, false, false, HasSelectionToEdit,
+         [](Program& App) { RunEdit(App, [](GLWaveEdit& E) { E.RequestDeleteSelection(); }); }},
+        {"Edit", "Select all", "Ctrl+A", SDLK_a, true, false, HasPcm,
+         [](Program& App) { App.pEditor->SetHostedSelection(0.0, App.pEditor->DurationSec); }},
+        {"Edit", "Clear selection", "C", 0, false, false, nullptr,
+         [](Program& App) { App.pEditor->ClearSelection(true); }},
+        {"Edit", "Gain +10%", "Ctrl+Up", SDLK_UP, true, false, HasPcm, [](Program& App) { Gain(App, 110.0); }},
+        {"Edit", "Gain -10%", "Ctrl+Down", SDLK_DOWN, true, false, HasPcm, [](Program& App) { Gain(App, 90.0); }},
+        {"Edit", "Gain...", "", 0, false, false, HasPcm, AskGain},
+        {"View", "Fit whole document", "F", 0, false, false, nullptr,
+         [](Program& App) { App.pEditor->FitViewToData(); }},
+        {"Play", "Play / pause", "Space", 0, false, false, HasPcm,
+         [](Program& App) { App.pEditor->TogglePlayback(); }},
+        {"Play", "Play selection", "Shift+Space", SDLK_SPACE, false, true, HasPcm,
+         [](Program& App) { App.pEditor->PlaySelectionOrCurrent(); }},
+        {"Play", "Stop", "", 0, false, false, nullptr, [](Program& App) { App.pEditor->StopPlayback(); }},
+        {"Play", "Go to start", "Home", SDLK_HOME, false, false, HasPcm,
+         [](Program& App) { App.pEditor->SeekPlaybackTo(0.0); }},
+        {"Play", "Go to end", "End", SDLK_END, false, false, HasPcm,
+         [](Program& App) { App.pEditor->SeekPlaybackTo(App.pEditor->DurationSec); }},
+        {"Help", "Keys", "F1", SDLK_F1, false, false, nullptr, ShowKeys},
+    };
+    return table;
+}
+
+bool IsEnabled(const Program& App, const Command& C)
+{
+    return !IsEditorFrozen(App) && (!C.Enabled || C.Enabled(App));
+}
+
+// --- Menus ---
+
+void DrawRecentFiles(Program& App)
+{
+    if (!ImGui::BeginMenu("Open recent", !App.Settings.RecentFiles.empty()))
+        return;
+    std::vector<std::string> chosen;
+    for (const std::string& path : App.Settings.RecentFiles)
+        if (ImGui::MenuItem(path.c_str()))
+            chosen.push_back(path);
+    ImGui::EndMenu();
+    if (!chosen.empty())
+        OpenPaths(App, chosen);
+}
+
+void DrawMenu(Program& App, const char* Menu)
+{
+    if (!ImGui::BeginMenu(Menu))
+        return;
+    const Command* chosen = nullptr;
+    const char* lastLabel = "";
+    for (const Command& command : Commands())
+    {
+        // A command with two keys shows once, with its first.
+        if (std::string(command.Menu) != Menu || std::string(command.Label) == lastLabel)
+            continue;
+        lastLabel = command.Label;
+        if (ImGui::MenuItem(command.Label, command.Shortcut, false, IsEnabled(App, command)))
+            chosen = &command;
+        if (std::string(command.Label) == "Open...")
+            DrawRecentFiles(App);
+    }
+    if (std::string(Menu) == "Edit" && App.pEditor->HistoryDroppedSteps())
+        ImGui::TextDisabled("The oldest undo steps of this tab were dropped\n(history holds at most %zu MiB).",
+                            App.Settings.HistoryCapBytes >> 20);
+    ImGui::EndMenu();
+    if (chosen)
+        chosen->Run(App);
+}
+}  // namespace
+
+void DrawMenuBar(Program& App)
+{
+    if (!ImGui::BeginMainMenuBar())
+        return;
+    for (const char* menu : {"File", "Edit", "View", "Play", "Help"})
+        DrawMenu(App, menu);
+    App.MenuBarPx = ImGui::GetWindowSize().y;
+    ImGui::EndMainMenuBar();
+}
+
+// --- Keys ---
+
+bool HandleShortcut(Program& App, const SDL_Keysym& Key)
+{
+    const bool ctrl = (Key.mod & KMOD_CTRL) != 0;
+    const bool shift = (Key.mod & KMOD_SHIFT) != 0;
+    for (const Command& command : Commands())
+        if (command.Key != 0 && command.Key == Key.sym && command.bCtrl == ctrl && command.bShift == shift)
+        {
+            if (IsEnabled(App, command))
+                command.Run(App);
+            return true;
+        }
+    return false;
+}

@@ -1,0 +1,75 @@
+// The program's questions, drawn as Dear ImGui modal windows over the editor:
+// a question with buttons (Save / Don't save / Cancel, Replace / Cancel,
+// messages), a path typed into the window where no desktop file chooser is
+// there, and a number (gain in percent). One shows at a time, in the order
+// asked; while one shows, the editor gets no input.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <string>
+#include <vector>
+
+struct Question
+{
+    std::string Title;
+    std::string Text;
+    std::vector<std::string> Buttons;      // the first is the default (Enter)
+    int EscapeButton = -1;                 // the answer Esc gives; -1: the last button
+    std::function<void(int)> OnAnswer;     // the index of the button pressed
+};
+
+struct PathPrompt
+{
+    std::string Title;
+    std::string Text;                      // what to type, shown above the field
+    std::string Path;                      // the field's starting text
+    bool bSave = false;                    // shows the bitrate choice for lossy formats
+    int BitrateKbps = 192;
+    // The paths typed (several for Open, separated by ";"), or none when cancelled.
+    std::function<void(const std::vector<std::string>&, int)> OnAnswer;
+};
+
+struct NumberPrompt
+{
+    std::string Title;
+    std::string Text;
+    double Value = 100.0;
+    double Min = 0.0;
+    double Max = 1000.0;
+    std::function<void(bool, double)> OnAnswer;  // false when cancelled
+};
+
+class Dialogs
+{
+public:
+    void Ask(Question Q);
+    void Ask(PathPrompt P);
+    void Ask(NumberPrompt N);
+    bool IsShowing() const { return !Pending.empty(); }
+    // Draws the one in front; answers run their callbacks after it is gone.
+    void Draw();
+
+private:
+    struct Entry
+    {
+        int Kind = 0;  // 0 question, 1 path, 2 number
+        Question Q;
+        PathPrompt P;
+        NumberPrompt N;
+        std::string Buffer;
+        bool bOpened = false;
+        bool bFocusField = true;
+    };
+    std::deque<Entry> Pending;
+    int Serial = 0;  // gives every popup its own ImGui id
+
+    bool DrawQuestion(Entry& E, std::function<void()>& OutAfter);
+    bool DrawPath(Entry& E, std::function<void()>& OutAfter);
+    bool DrawNumber(Entry& E, std::function<void()>& OutAfter);
+};
+
+// True for the extensions the encoder writes lossily, where a bitrate applies.
+bool IsLossyTarget(const std::string& Path);
+// True for the extensions the encoder can write at all.
+bool IsWritableTarget(const std::string& Path);

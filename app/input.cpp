@@ -1,0 +1,100 @@
+#include "input.h"
+
+#include <algorithm>
+
+#include "core.h"
+#include "glwaveedit.h"
+#include "program.h"
+
+void PointerToNormalised(SDL_Window* pWindow, int X, int Y, double& OutX, double& OutY)
+{
+    int width = 1;
+    int height = 1;
+    SDL_GetWindowSize(pWindow, &width, &height);
+    OutX = 2.0 * (X + 0.5) / std::max(width, 1) - 1.0;
+    OutY = 1.0 - 2.0 * (Y + 0.5) / std::max(height, 1);
+}
+
+namespace
+{
+int ButtonIndex(Uint8 SdlButton)
+{
+    switch (SdlButton)
+    {
+    case SDL_BUTTON_LEFT: return 0;
+    case SDL_BUTTON_MIDDLE: return 1;
+    case SDL_BUTTON_RIGHT: return 2;
+    default: return -1;
+    }
+}
+}  // namespace
+
+bool PointerInput::Take(const SDL_Event& Event)
+{
+    switch (Event.type)
+    {
+    case SDL_MOUSEMOTION:
+        PointerX = Event.motion.x;
+        PointerY = Event.motion.y;
+        return true;
+    case SDL_MOUSEBUTTONDOWN:
+    case SDL_MOUSEBUTTONUP:
+    {
+        const int button = ButtonIndex(Event.button.button);
+        if (button >= 0)
+            Waiting.push_back({button, Event.type == SDL_MOUSEBUTTONDOWN, Event.button.clicks, Event.button.x,
+                               Event.button.y});
+        return true;
+    }
+    default: return false;
+    }
+}
+
+void PointerInput::ForgetPresses()
+{
+    Waiting.erase(std::remove_if(Waiting.begin(), Waiting.end(), [](const Change& C) { return C.bDown; }),
+                  Waiting.end());
+}
+
+bool PointerInput::Deliver(Program& App, bool bEditorMayTake)
+{
+    Mouse& pointer = *App.pHost->pMouse;
+    GLWaveEdit& editor = *App.pEditor;
+    bool changed[3] = {};
+    int x = PointerX;
+    int y = PointerY;
+    while (!Waiting.empty() && !changed[Waiting.front().Button])
+    {
+        const Change change = Waiting.front();
+        Waiting.pop_front();
+        x = change.X;
+        y = change.Y;
+        double nx = 0.0;
+        double ny = 0.0;
+        PointerToNormalised(App.pWindow, x, y, nx, ny);
+        // A press belongs to the editor only where it may take it; its release always follows it.
+        if (change.bDown ? !bEditorMayTake : !bEditorHolds[change.Button])
+            continue;
+        changed[change.Button] = true;
+        bEditorHolds[change.Button] = change.bDown;
+        pointer.pButton[change.Button] = change.bDown;
+        // The middle button is polled only; left and right also come as events.
+        if (change.Button == 1)
+            continue;
+        const int id = change.Button == 0 ? 0 : 2;
+        if (!change.bDown)
+            editor.EventMouseRelease(id, nx, ny);
+        else if (change.Clicks == 2)
+            editor.EventMouseDoubleClick(id);
+        else
+            editor.EventMouseClick(id, nx, ny);
+    }
+    // While changes wait, the pointer stays where the last one happened.
+    if (Waiting.empty())
+    {
+        x = PointerX;
+        y = PointerY;
+    }
+    PointerToNormalised(App.pWindow, x, y, pointer.X3D, pointer.Y3D);
+    return !Waiting.empty();
+}

@@ -1,0 +1,42 @@
+// SDL's pointer events to the editor. The editor sees its buttons by polling,
+// one state per pass, so a press and a release that arrive within one frame
+// (an `xdotool click`, a touchpad tap) would never be seen. Button changes
+// are queued here and handed over one per button per frame: the press on one
+// pass, the release on the next.
+#pragma once
+
+#include <SDL.h>
+
+#include <deque>
+
+struct Program;
+
+class PointerInput
+{
+public:
+    // Takes a pointer event; false when it is not one.
+    bool Take(const SDL_Event& Event);
+    // Moves the queued changes into the host's mouse and the editor's events,
+    // at most one per button. bEditorMayTake: the pointer is over the editor
+    // and no dialog or menu wants it. True when changes are still waiting, so
+    // another frame must follow.
+    bool Deliver(Program& App, bool bEditorMayTake);
+    void ForgetPresses();
+
+private:
+    struct Change
+    {
+        int Button = 0;  // 0 left, 1 middle, 2 right
+        bool bDown = false;
+        int Clicks = 1;
+        int X = 0;
+        int Y = 0;
+    };
+    std::deque<Change> Waiting;
+    int PointerX = 0;
+    int PointerY = 0;
+    bool bEditorHolds[3] = {};  // the editor saw this button go down
+};
+
+// Window coordinates (points, y down) to the shell's normalised ones (y up).
+void PointerToNormalised(SDL_Window* pWindow, int X, int Y, double& OutX, double& OutY);

@@ -1,0 +1,217 @@
+#include "jobs.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+
+#include "audio_codec_internal.h"
+#include "large_buffer.h"
+
+// --- Worker ---
+
+Worker::Worker() : Thread([this] { Run(); }) {}
+
+Worker::~Worker()
+{
+    {
+        std::lock_guard<std::mutex> hold(Lock);
+        bStopping = true;
+        Tasks.clear();
+    }
+    Wake.notify_all();
+    Thread.join();
+}
+
+void Worker::Post(std::function<void()> Task)
+{
+    {
+        std::lock_guard<std::mutex> hold(Lock);
+        Tasks.push_back(std::move(Task));
+    }
+    Wake.notify_one();
+}
+
+void Worker::DropWaiting()
+{
+    std::lock_guard<std::mutex> hold(Lock);
+    Tasks.clear();
+}
+
+size_t Worker::Waiting() const
+{
+    std::lock_guard<std::mutex> hold(Lock);
+    return Tasks.size();
+}
+
+void Worker::Run()
+{
+    for (;;)
+    {
+        std::function<void()> task;
+        {
+            std::unique_lock<std::mutex> hold(Lock);
+            Wake.wait(hold, [this] { return bStopping || !Tasks.empty(); });
+            if (bStopping)
+                return;
+            task = std::move(Tasks.front());
+            Tasks.pop_front();
+        }
+        task();
+    }
+}
+
+// --- Opening ---
+
+Jobs::~Jobs()
+{
+    CancelOpens();
+    CancelSave();
+}
+
+void Jobs::QueueOpen(const std::string& Path)
+{
+    ++OpensPending;
+    OpenWorker.Post([this, Path] { RunOpen(Path); });
+}
+
+std::string Jobs::OpeningPath() const
+{
+    std::lock_guard<std::mutex> hold(ResultLock);
+    return OpeningName;
+}
+
+void Jobs::CancelOpens()
+{
+    const size_t dropped = OpenWorker.Waiting();
+    OpenWorker.DropWaiting();
+    OpensPending -= static_cast<int>(dropped);
+    std::lock_guard<std::mutex> hold(ResultLock);
+    if (pCancelRunningOpen)
+        pCancelRunningOpen->store(true);
+}
+
+void Jobs::RunOpen(const std::string& Path)
+{
+    auto cancel = std::make_shared<std::atomic<bool>>(false);
+    {
+        std::lock_guard<std::mutex> hold(ResultLock);
+        OpeningName = Path;
+        pCancelRunningOpen = cancel;
+    }
+    OpenFraction.store(0.0);
+    OpenResult result;
+    result.Path = Path;
+    DecodeControl control;
+    control.pCancel = cancel.get();
+    control.pProgress = &OpenFraction;
+    if (MaxDecodedBytes > 0)
+        control.MaxDecodedBytes = MaxDecodedBytes;
+    result.bOk = DecodeAudioFile(Path, control, result.Audio, &result.Error);
+    result.bCancelled = !result.bOk && cancel->load();
+    {
+        std::lock_guard<std::mutex> hold(ResultLock);
+        pCancelRunningOpen.reset();
+        OpeningName.clear();
+        Opened.push_back(std::move(result));
+    }
+    --OpensPending;
+}
+
+bool Jobs::TakeOpened(OpenResult& Out)
+{
+    std::lock_guard<std::mutex> hold(ResultLock);
+    if (Opened.empty())
+        return false;
+    Out = std::move(Opened.front());
+    Opened.pop_front();
+    return true;
+}
+
+// --- Saving ---
+
+bool Jobs::StartSave(SaveRequest Request)
+{
+    if (bSaving.load() || !Request.pFrames)
+        return false;
+    bSaving.store(true);
+    bSnapshotting.store(true);
+    bCancelSave.store(false);
+    SaveFraction.store(0.0);
+    {
+        std::lock_guard<std::mutex> hold(ResultLock);
+        SavingName = Request.Path;
+    }
+    SaveWorker.Post([this, Request = std::move(Request)] { RunSave(Request); });
+    return true;
+}
+
+std::string Jobs::SavingPath() const
+{
+    std::lock_guard<std::mutex> hold(ResultLock);
+    return SavingName;
+}
+
+void Jobs::RunSave(const SaveRequest& Request)
+{
+    // The copy is what the frame thread waits for; the encoding is not.
+    std::vector<float> snapshot;
+    LargeBuffer::AssignFloats(snapshot, *Request.pFrames);
+    bSnapshotting.store(false);
+
+    SaveResult result;
+    result.DocumentId = Request.DocumentId;
+    result.StateId = Request.StateId;
+    result.Path = Request.Path;
+    EncodeOptions options;
+    options.BitrateKbps = Request.BitrateKbps;
+    options.Tags = Request.Tags;
+    options.pProgress = &SaveFraction;
+    options.pCancel = &bCancelSave;
+    result.bOk = TarvikEncodeFloatAudioFileWith(Request.Path, snapshot.data(), snapshot.size(), Request.SampleRate,
+                                                Request.Channels, options, &result.Error);
+    {
+        std::lock_guard<std::mutex> hold(ResultLock);
+        Saved.push_back(std::move(result));
+        SavingName.clear();
+    }
+    bSaving.store(false);
+}
+
+bool Jobs::TakeSaved(SaveResult& Out)
+{
+    std::lock_guard<std::mutex> hold(ResultLock);
+    if (Saved.empty())
+        return false;
+    Out = std::move(Saved.front());
+    Saved.pop_front();
+    return true;
+}
+
+// --- Descriptions ---
+
+std::string DurationText(double Seconds)
+{
+    const long long ms = std::llround(std::max(Seconds, 0.0) * 1000.0);
+    const long long s = ms / 1000;
+    char text[48];
+    if (s >= 3600)
+        std::snprintf(text, sizeof(text), "%lld:%02lld:%02lld.%03lld", s / 3600, s / 60 % 60, s % 60, ms % 1000);
+    else if (s >= 60)
+        std::snprintf(text, sizeof(text), "%lld:%02lld.%03lld", s / 60, s % 60, ms % 1000);
+    else
+        std::snprintf(text, sizeof(text), "%lld.%03lld s", s, ms % 1000);
+    return text;
+}
+
+std::string DescribeFormat(const DecodedAudio& Audio)
+{
+    std::string channels = Audio.SourceChannels == 1   ? "mono"
+                           : Audio.SourceChannels == 2 ? "stereo"
+                                                       : std::to_string(Audio.SourceChannels) + " channels";
+    if (!Audio.SourceChannelLayout.empty() && Audio.SourceChannels > 2)
+        channels += " (" + Audio.SourceChannelLayout + ")";
+    const double decodedSec = static_cast<double>(Audio.Frames.size() / 2) / 48000.0;
+    return Audio.CodecName + ", " + std::to_string(Audio.SourceSampleRate) + " Hz, " + channels + ", " +
+           DurationText(decodedSec);
+}

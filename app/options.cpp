@@ -1,0 +1,119 @@
+#include "options.h"
+
+#include <cmath>
+#include <cstdlib>
+
+namespace
+{
+bool ParseNumber(const char* Text, double& Out)
+{
+    char* end = nullptr;
+    Out = std::strtod(Text, &end);
+    return end != Text && *end == '\0' && std::isfinite(Out);
+}
+
+// Arguments of one option: how many, and what they become.
+struct Cursor
+{
+    int Argc;
+    char** Argv;
+    int At;
+    bool Has(int Count) const { return At + Count < Argc; }
+    const char* Arg(int Offset) const { return Argv[At + Offset]; }
+};
+}  // namespace
+
+const char* UsageText()
+{
+    return "usage: glwaveedit [OPTION...] [FILE...]\n"
+           "\n"
+           "Opens each FILE in a tab (a generated demo clip when there is none).\n"
+           "\n"
+           "Batch mode, without a window; steps run in the order given:\n"
+           "  --info                 print format, duration and frame count of each FILE\n"
+           "  --select START END     select START..END seconds\n"
+           "  --cut, --delete        remove the selection (cut also copies it)\n"
+           "  --gain PERCENT         gain on the selection, or on everything\n"
+           "  --save OUT             save to OUT; the format follows the extension:\n"
+           "                         .flac .wav .ogg .opus .mp3 .m4a\n"
+           "  --bitrate KBPS         bitrate of lossy formats (default 192)\n"
+           "  --overwrite            let --save replace an existing file\n"
+           "Other options:\n"
+           "  --seek SEC             start with the play position at SEC\n"
+           "  --screenshot PNG       draw the window, write PNG and exit\n"
+           "  --frames N             frames to draw before the screenshot (default 3)\n"
+           "  -h, --help             this text\n"
+           "\n"
+           "Keys: Ctrl+O open, Ctrl+S save, Ctrl+Shift+S save as, Ctrl+W close tab,\n"
+           "Ctrl+N new tab, Ctrl+Q quit, Ctrl+Z undo, Ctrl+Shift+Z or Ctrl+Y redo,\n"
+           "Ctrl+X/C/V cut/copy/paste, Delete, Ctrl+A select all, c clear selection,\n"
+           "Ctrl+Up/Down gain +10%/-10%, Space play/pause, Shift+Space play selection,\n"
+           "Home/End go to start/end, f fit view, wheel zoom, Ctrl+wheel amplitude zoom,\n"
+           "middle drag pan, Shift+drag select, Esc cancel opening.\n";
+}
+
+bool ParseOptions(int Argc, char** Argv, Options& Out, std::string& OutError)
+{
+    bool bFilesOnly = false;  // after "--" every argument is a file
+    for (Cursor c{Argc, Argv, 1}; c.At < Argc; ++c.At)
+    {
+        const std::string arg = c.Arg(0);
+        double a = 0.0;
+        double b = 0.0;
+        if (bFilesOnly || arg.empty() || arg[0] != '-' || arg == "-")
+        {
+            Out.Files.push_back(arg);
+            continue;
+        }
+        if (arg == "--")
+            bFilesOnly = true;
+        else if (arg == "-h" || arg == "--help")
+            Out.bHelp = true;
+        else if (arg == "--info")
+            Out.bInfo = true;
+        else if (arg == "--cut")
+            Out.Steps.push_back({BatchStep::Cut, 0.0, 0.0, ""});
+        else if (arg == "--delete")
+            Out.Steps.push_back({BatchStep::Delete, 0.0, 0.0, ""});
+        else if (arg == "--overwrite")
+            Out.bOverwrite = true;
+        else if (arg == "--select" && c.Has(2) && ParseNumber(c.Arg(1), a) && ParseNumber(c.Arg(2), b))
+        {
+            Out.Steps.push_back({BatchStep::Select, a, b, ""});
+            c.At += 2;
+        }
+        else if (arg == "--gain" && c.Has(1) && ParseNumber(c.Arg(1), a) && a >= 0.0)
+        {
+            Out.Steps.push_back({BatchStep::Gain, a, 0.0, ""});
+            c.At += 1;
+        }
+        else if (arg == "--save" && c.Has(1))
+        {
+            Out.Steps.push_back({BatchStep::Save, 0.0, 0.0, c.Arg(1)});
+            c.At += 1;
+        }
+        else if (arg == "--bitrate" && c.Has(1) && ParseNumber(c.Arg(1), a) && a >= 8 && a <= 512)
+        {
+            Out.BitrateKbps = static_cast<int>(a);
+            c.At += 1;
+        }
+        else if (arg == "--seek" && c.Has(1) && ParseNumber(c.Arg(1), Out.SeekSec))
+        {
+            Out.bSeek = true;
+            c.At += 1;
+        }
+        else if (arg == "--screenshot" && c.Has(1))
+            Out.ScreenshotPath = c.Arg(++c.At);
+        else if (arg == "--frames" && c.Has(1) && ParseNumber(c.Arg(1), a) && a >= 1 && a <= 1e6)
+        {
+            Out.ScreenshotFrames = static_cast<int>(a);
+            c.At += 1;
+        }
+        else
+        {
+            OutError = "unknown option or missing value: " + arg;
+            return false;
+        }
+    }
+    return true;
+}

@@ -1,0 +1,46 @@
+// The command line: files to open, the batch operations (run in the order
+// given, without a window), and the screenshot option the checks use.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// One batch operation, in command-line order.
+struct BatchStep
+{
+    enum Kind
+    {
+        Select,  // A .. B seconds
+        Cut,
+        Delete,
+        Gain,    // A percent
+        Save,    // Path
+    };
+    Kind What = Select;
+    double A = 0.0;
+    double B = 0.0;
+    std::string Path;
+};
+
+struct Options
+{
+    std::vector<std::string> Files;
+    std::vector<BatchStep> Steps;
+    bool bInfo = false;        // print the format of each file and exit
+    bool bOverwrite = false;   // --save may replace an existing file
+    int BitrateKbps = 192;     // lossy formats in --save
+    std::string ScreenshotPath;  // draw, write this PNG, exit
+    int ScreenshotFrames = 3;
+    bool bSeek = false;        // --seek SEC
+    double SeekSec = 0.0;
+    bool bHelp = false;
+
+    // Batch mode: something to do without a window.
+    bool IsBatch() const { return bInfo || !Steps.empty(); }
+};
+
+// False with a reason for an unknown option or a missing or bad value.
+bool ParseOptions(int Argc, char** Argv, Options& Out, std::string& OutError);
+
+// Options and keys, for --help.
+const char* UsageText();

@@ -1,0 +1,102 @@
+// The state of the desktop program that its parts share: the window, the
+// host objects, the editor, the session's bookkeeping, background jobs,
+// dialogs, the status line and the settings. Everything here lives on the
+// frame thread; the jobs own the only other threads.
+#pragma once
+
+#include <SDL.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "dialogs.h"
+#include "file_chooser.h"
+#include "jobs.h"
+#include "recovery.h"
+#include "session.h"
+#include "settings.h"
+
+class GLWaveEdit;
+struct Core;
+
+// The last thing the program has to say, under the editor. An error stays
+// until the next action.
+struct StatusLine
+{
+    std::string Text;
+    bool bError = false;
+};
+
+struct Program
+{
+    SDL_Window* pWindow = nullptr;
+    Core* pHost = nullptr;
+    GLWaveEdit* pEditor = nullptr;
+    AppSettings Settings;
+    Session Docs;
+    Jobs Work;
+    FileChooser Chooser;
+    Dialogs Prompts;
+    StatusLine Status;
+    // What the native chooser was opened for: 0 nothing, 1 open, 2 save (of ChooserDocument).
+    int ChooserPurpose = 0;
+    uint64_t ChooserDocument = 0;
+    // The last edit the editor reported, for the restart of playback after it.
+    struct EditReport
+    {
+        std::string Action;
+        double StartSec = 0.0;
+        double EndSec = 0.0;
+        int Serial = 0;
+    } LastEdit;
+    Journal Recovery;
+    // Journals waiting for their base file to open, by the base's path.
+    std::map<std::string, FoundJournal> PendingRestores;
+    bool bQuit = false;
+    int FramesToDraw = 3;  // draw this many more frames even when idle
+    // Heights of the bars around the editor, in pixels, from the last frame.
+    float MenuBarPx = 0.0f;
+    float StatusBarPx = 0.0f;
+
+    void Say(const std::string& Text) { Status = {Text, false}; }
+    void Complain(const std::string& Text) { Status = {Text, true}; }
+};
+
+// --- commands.cpp: the command table, menus and shortcuts ---
+void DrawMenuBar(Program& App);
+// True when Key was one of the program's shortcuts.
+bool HandleShortcut(Program& App, const SDL_Keysym& Key);
+// Opening, saving and closing as the menus and keys do them.
+void CommandOpen(Program& App);
+void CommandSave(Program& App, bool bAlwaysAsk);
+void CommandCloseActive(Program& App);
+void CommandQuit(Program& App);
+void OpenPaths(Program& App, const std::vector<std::string>& Paths);
+
+// --- file_commands.cpp: open, save, save as, close, quit ---
+void PollChooser(Program& App);
+void TakeFinishedJobs(Program& App);
+// The editor's frames must not change: a save is copying them.
+bool IsEditorFrozen(const Program& App);
+
+// --- restore.cpp: the recovery journal's side of the program ---
+// Journals edit Serial of the active document (called after each edit).
+void JournalLastEdit(Program& App, size_t FramesBefore, double GainPercent);
+// Asks, for each journal a crashed run left, whether to restore it.
+void OfferRestores(Program& App);
+// A file just opened: replays the journal that waited for it, if any.
+void ReplayPendingRestore(Program& App, const std::string& Path);
+
+// --- status_bar.cpp ---
+void DrawStatusBar(Program& App);
+
+// --- close_guard.cpp: guards around closing and quitting ---
+// Closes the documents with these ids, asking Save / Don't save / Cancel for
+// each modified one; quits after the last when bQuitAfter.
+void RequestClose(Program& App, const std::vector<uint64_t>& Ids, bool bQuitAfter);
+// Moves the queue on: called every frame.
+void AdvanceCloseQueue(Program& App);
+// A save of document Id ended (bOk: written).
+void OnSaveFinished(Program& App, uint64_t Id, bool bOk);

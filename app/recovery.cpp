@@ -1,0 +1,213 @@
+#include "recovery.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <future>
+
+#include <nlohmann/json.hpp>
+
+namespace fs = std::filesystem;
+
+// --- Files ---
+
+namespace
+{
+struct FileStamp
+{
+    uint64_t Size = 0;
+    int64_t ModifiedNs = 0;
+};
+
+FileStamp StampOf(const std::string& Path)
+{
+    struct stat info = {};
+    if (Path.empty() || stat(Path.c_str(), &info) != 0)
+        return {};
+    return {static_cast<uint64_t>(info.st_size),
+            static_cast<int64_t>(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec};
+}
+
+// Appends Bytes to Path and puts them on the disk before returning.
+void AppendDurably(const std::string& Path, const std::string& Bytes)
+{
+    const int fd = open(Path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (fd < 0)
+        return;
+    size_t written = 0;
+    while (written < Bytes.size())
+    {
+        const ssize_t n = write(fd, Bytes.data() + written, Bytes.size() - written);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
+        written += static_cast<size_t>(n);
+    }
+    fdatasync(fd);
+    close(fd);
+}
+
+std::string EntryBytes(const JournalEntry& Entry)
+{
+    nlohmann::json line = {{"kind", Entry.Kind},
+                           {"start", Entry.StartFrame},
+                           {"end", Entry.EndFrame},
+                           {"percent", Entry.Percent},
+                           {"inserted", Entry.Inserted.size()}};
+    std::string bytes = line.dump() + "\n";
+    if (!Entry.Inserted.empty())
+    {
+        bytes.append(reinterpret_cast<const char*>(Entry.Inserted.data()), Entry.Inserted.size() * sizeof(float));
+        bytes += "\n";
+    }
+    return bytes;
+}
+
+// The pid a journal's name starts with: "<pid>-<document>.journal".
+bool OwnerIsGone(const fs::path& File)
+{
+    const std::string name = File.filename().string();
+    const long pid = std::strtol(name.c_str(), nullptr, 10);
+    return pid <= 0 || (kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH);
+}
+}  // namespace
+
+std::string Journal::Folder()
+{
+    const char* state = std::getenv("XDG_STATE_HOME");
+    fs::path base;
+    if (state && *state && fs::path(state).is_absolute())
+        base = state;
+    else
+    {
+        const char* home = std::getenv("HOME");
+        base = fs::path(home && *home ? home : ".") / ".local" / "state";
+    }
+    return (base / "glwaveedit" / "journals").string();
+}
+
+// --- Reading ---
+
+bool Journal::Read(const std::string& Path, FoundJournal& Out)
+{
+    std::ifstream in(Path, std::ios::binary);
+    std::string line;
+    if (!std::getline(in, line))
+        return false;
+    const nlohmann::json header = nlohmann::json::parse(line, nullptr, false);
+    if (!header.is_object() || !header.contains("glwaveedit_journal"))
+        return false;
+    Out = FoundJournal();
+    Out.Path = Path;
+    Out.BasePath = header.value("base", std::string());
+    const FileStamp now = StampOf(Out.BasePath);
+    Out.bBaseChanged = !Out.BasePath.empty() && (now.Size != header.value("size", uint64_t(0)) ||
+                                                 now.ModifiedNs != header.value("mtime_ns", int64_t(0)));
+    while (std::getline(in, line))
+    {
+        const nlohmann::json item = nlohmann::json::parse(line, nullptr, false);
+        if (!item.is_object())
+            break;  // cut short by the crash
+        JournalEntry entry;
+        entry.Kind = item.value("kind", std::string());
+        entry.StartFrame = item.value("start", int64_t(0));
+        entry.EndFrame = item.value("end", int64_t(0));
+        entry.Percent = item.value("percent", 0.0);
+        const size_t inserted = item.value("inserted", size_t(0));
+        if (inserted > 0)
+        {
+            entry.Inserted.resize(inserted);
+            in.read(reinterpret_cast<char*>(entry.Inserted.data()), static_cast<std::streamsize>(inserted * 4));
+            if (static_cast<size_t>(in.gcount()) != inserted * 4 || in.get() != '\n')
+                break;
+        }
+        Out.Entries.push_back(std::move(entry));
+    }
+    return true;
+}
+
+std::vector<FoundJournal> Journal::FindOrphans()
+{
+    std::vector<std::pair<fs::file_time_type, FoundJournal>> found;
+    std::error_code error;
+    for (const fs::directory_entry& file : fs::directory_iterator(Folder(), error))
+    {
+        FoundJournal journal;
+        if (file.path().extension() == ".journal" && OwnerIsGone(file.path()) && Read(file.path().string(), journal))
+            found.emplace_back(file.last_write_time(error), std::move(journal));
+    }
+    std::sort(found.begin(), found.end(), [](const auto& A, const auto& B) { return A.first < B.first; });
+    std::vector<FoundJournal> journals;
+    for (auto& entry : found)
+        if (!entry.second.Entries.empty())
+            journals.push_back(std::move(entry.second));
+        else
+            fs::remove(entry.second.Path, error);  // nothing to give back
+    return journals;
+}
+
+// --- Writing ---
+
+void Journal::Record(uint64_t Id, const std::string& BasePath, JournalEntry Entry)
+{
+    std::string bytes;
+    auto file = Files.find(Id);
+    if (file == Files.end())
+    {
+        std::error_code error;
+        fs::create_directories(Folder(), error);
+        const std::string path = Folder() + "/" + std::to_string(getpid()) + "-" + std::to_string(Id) + ".journal";
+        file = Files.emplace(Id, path).first;
+        const FileStamp stamp = StampOf(BasePath);
+        const nlohmann::json header = {{"glwaveedit_journal", 1},
+                                       {"base", BasePath},
+                                       {"size", stamp.Size},
+                                       {"mtime_ns", stamp.ModifiedNs}};
+        bytes = header.dump() + "\n";
+    }
+    bytes += EntryBytes(Entry);
+    Writer.Post([path = file->second, bytes = std::move(bytes)] { AppendDurably(path, bytes); });
+}
+
+void Journal::Forget(uint64_t Id)
+{
+    const auto file = Files.find(Id);
+    if (file == Files.end())
+        return;
+    Writer.Post([path = file->second] {
+        std::error_code error;
+        fs::remove(path, error);
+    });
+    Files.erase(file);
+}
+
+void Journal::ForgetAll()
+{
+    while (!Files.empty())
+        Forget(Files.begin()->first);
+    Flush();
+}
+
+void Journal::Adopt(uint64_t Id, const FoundJournal& Found)
+{
+    const std::string path = Folder() + "/" + std::to_string(getpid()) + "-" + std::to_string(Id) + ".journal";
+    std::error_code error;
+    fs::rename(Found.Path, path, error);
+    Files[Id] = error ? Found.Path : path;
+}
+
+void Journal::Flush()
+{
+    std::promise<void> done;
+    std::future<void> written = done.get_future();
+    Writer.Post([&done] { done.set_value(); });
+    written.wait();
+}

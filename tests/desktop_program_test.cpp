@@ -1,0 +1,290 @@
+// The desktop program end to end: a real window under Xvfb driven by real
+// input (xdotool), checked by the files on disk, the window's title (which
+// carries the modified mark) and the pixels of screenshots; and the batch
+// mode, checked by its output and exit status.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+
+#include "desktop_harness.h"
+#include "test_support.h"
+
+namespace fs = std::filesystem;
+
+namespace
+{
+std::string ReadBytes(const std::string& Path)
+{
+    std::ifstream in(Path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string Program()
+{
+    return GLWE_PROGRAM_PATH;
+}
+
+// The frame count `--info` reports for Path, or -1.
+long long InfoFrames(const std::string& Path)
+{
+    const std::string out = ShellOutput("'" + Program() + "' --info '" + Path + "' 2>/dev/null");
+    const size_t at = out.find("frames: ");
+    return at == std::string::npos ? -1 : std::stoll(out.substr(at + 8));
+}
+
+// The window's place and size on the display.
+struct Geometry
+{
+    int X = 0, Y = 0, Width = 0, Height = 0;
+};
+
+Geometry WindowGeometry(const VirtualDisplay& Display, const RunningProgram& Run)
+{
+    const std::string shell =
+        ShellOutput("DISPLAY=" + Display.Name() + " xdotool getwindowgeometry --shell " + Run.WindowId);
+    Geometry g;
+    std::sscanf(shell.c_str(), "WINDOW=%*d\nX=%d\nY=%d\nWIDTH=%d\nHEIGHT=%d", &g.X, &g.Y, &g.Width, &g.Height);
+    return g;
+}
+
+bool WaitForFile(const std::string& Path, double TimeoutSec)
+{
+    for (double waited = 0.0; waited < TimeoutSec; waited += 0.1)
+    {
+        std::error_code error;
+        if (fs::exists(Path, error))
+            return true;
+        SleepSeconds(0.1);
+    }
+    return false;
+}
+
+class DesktopProgram : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (!Display.IsUp())
+            GTEST_SKIP() << "no Xvfb here";
+        Home = ScratchPath(std::string("home-") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(Home);
+        fs::create_directories(Home);
+    }
+    // A shift-drag across the plot between two fractions of the window's width.
+    void DragSelect(RunningProgram& Run, double From, double To)
+    {
+        const Geometry g = WindowGeometry(Display, Run);
+        const int y = g.Height / 2;
+        const std::string window = " --window " + Run.WindowId + " ";
+        Run.Xdotool("mousemove" + window + std::to_string(int(g.Width * From)) + " " + std::to_string(y));
+        SleepSeconds(0.2);
+        Run.Xdotool("keydown shift");
+        Run.Xdotool("mousedown 1");
+        SleepSeconds(0.2);
+        for (int step = 1; step <= 4; ++step)
+        {
+            const double at = From + (To - From) * step / 4.0;
+            Run.Xdotool("mousemove" + window + std::to_string(int(g.Width * at)) + " " + std::to_string(y));
+            SleepSeconds(0.1);
+        }
+        Run.Xdotool("mouseup 1");
+        Run.Xdotool("keyup shift");
+        SleepSeconds(0.2);
+    }
+    VirtualDisplay Display;
+    std::string Home;
+};
+}  // namespace
+
+TEST_F(DesktopProgram, AnEditedFileSavesAsANewFileTheSourceStaysAndTheGuardsKeepEverything)
+{
+    const std::string source = MakeFfmpegFixture("source.wav", "-f lavfi -i sine=f=440:d=3 -ac 2 -ar 44100");
+    ASSERT_FALSE(source.empty());
+    const std::string sourceBytes = ReadBytes(source);
+    const std::string saved = (fs::path(source).parent_path() / "source (edited).flac").string();
+    fs::remove(saved);
+
+    RunningProgram run(Display, {source}, Home);
+    ASSERT_FALSE(run.WindowId.empty());
+    ASSERT_TRUE(run.WaitForTitle("source.wav", 20.0)) << run.Title();
+    EXPECT_EQ(run.Title().rfind("* ", 0), std::string::npos);  // not modified yet
+
+    DragSelect(run, 0.3, 0.6);
+    run.Key("Delete");
+    ASSERT_TRUE(run.WaitForTitle("* source.wav", 5.0)) << run.Title();
+
+    // Ctrl+S on a file that was opened asks where to save; the default is new and lossless.
+    run.Key("ctrl+s");
+    run.Key("Return");
+    ASSERT_TRUE(WaitForFile(saved, 20.0));
+    ASSERT_TRUE(run.WaitForTitle("source.wav - GLWaveEdit", 20.0)) << run.Title();
+    EXPECT_EQ(run.Title().rfind("* ", 0), std::string::npos);
+    EXPECT_TRUE(ReadBytes(source) == sourceBytes);  // byte for byte
+    // 3 s at 48000 Hz is 144000 frames; the drag took roughly a third of the plot.
+    const long long frames = InfoFrames(saved);
+    EXPECT_GT(frames, 144000 * 0.4);
+    EXPECT_LT(frames, 144000 * 0.9);
+
+    // Undo after the save makes the document differ from the file again.
+    run.Key("ctrl+z");
+    ASSERT_TRUE(run.WaitForTitle("* source.wav", 5.0)) << run.Title();
+
+    // Ctrl+W and Ctrl+Q on the modified tab ask; Esc (Cancel) keeps everything.
+    Screenshot before;
+    ASSERT_TRUE(before.Take(Display));
+    for (const char* keys : {"ctrl+w", "ctrl+q"})
+    {
+        run.Key(keys);
+        Screenshot asking;
+        ASSERT_TRUE(asking.Take(Display));
+        EXPECT_NE(asking.Rgb, before.Rgb) << keys << ": no question showed";
+        run.Key("Escape");
+        EXPECT_TRUE(run.IsRunning()) << keys;
+        EXPECT_TRUE(run.WaitForTitle("* source.wav", 2.0)) << keys << ": " << run.Title();
+    }
+    // The window's close button goes the same way.
+    run.Xdotool("windowclose " + run.WindowId);
+    SleepSeconds(0.5);
+    run.Key("Escape");
+    EXPECT_TRUE(run.IsRunning());
+    EXPECT_TRUE(ReadBytes(source) == sourceBytes);
+}
+
+TEST_F(DesktopProgram, AClickSeeksAndABadFileShowsItsReasonInTheStatusBarWithoutATab)
+{
+    const std::string good = MakeFfmpegFixture("click.wav", "-f lavfi -i sine=f=220:d=4 -ac 2 -ar 48000");
+    const std::string bad = ScratchPath("fake.mp3");
+    std::ofstream(bad) << "not audio";
+    RunningProgram run(Display, {good, bad}, Home);
+    ASSERT_FALSE(run.WindowId.empty());
+    ASSERT_TRUE(run.WaitForTitle("click.wav", 20.0));
+    SleepSeconds(1.0);  // the bad file's turn
+
+    const Geometry g = WindowGeometry(Display, run);
+    Screenshot shot;
+    ASSERT_TRUE(shot.Take(Display));
+    // The error colour (255, 115, 102) in the status bar at the bottom of the window.
+    EXPECT_GT(shot.Count(g.X, g.Y + g.Height - 30, g.X + g.Width / 2, g.Y + g.Height, 255, 115, 102, 40), 20);
+    EXPECT_EQ(run.Title(), "click.wav - GLWaveEdit");
+
+    // One xdotool click (press and release together) on the plot moves the
+    // playhead, drawn in (102, 242, 140), to that column.
+    const int clickX = g.Width / 4;
+    run.Xdotool("mousemove --window " + run.WindowId + " " + std::to_string(clickX) + " " +
+                std::to_string(g.Height / 2));
+    run.Xdotool("click 1");
+    SleepSeconds(0.5);
+    ASSERT_TRUE(shot.Take(Display));
+    const int top = g.Y + 80;
+    const int bottom = g.Y + g.Height - 80;
+    EXPECT_GT(shot.Count(g.X + clickX - 3, top, g.X + clickX + 4, bottom, 102, 242, 140, 40), 50);
+}
+
+TEST_F(DesktopProgram, IdleTakesLessThanOnePercentOfACore)
+{
+    const std::string file = MakeFfmpegFixture("idle.flac", "-f lavfi -i sine=f=330:d=30 -ac 2");
+    RunningProgram run(Display, {file}, Home);
+    ASSERT_TRUE(run.WaitForTitle("idle.flac", 20.0));
+    SleepSeconds(1.0);
+    const double before = run.CpuSeconds();
+    SleepSeconds(5.0);
+    const double used = run.CpuSeconds() - before;
+    EXPECT_LT(used / 5.0, 0.01) << used << " s of CPU in 5 s idle";
+}
+
+TEST_F(DesktopProgram, FramesAreDrawnWhileATwentyMinuteFileLoads)
+{
+    const std::string file = MakeFfmpegFixture("twenty.flac", "-f lavfi -i sine=f=440:d=1200 -ac 2 -ar 44100");
+    ASSERT_FALSE(file.empty());
+    RunningProgram run(Display, {file}, Home);
+    ASSERT_FALSE(run.WindowId.empty());
+    const Geometry g = WindowGeometry(Display, run);
+    // Two frames while it loads: the status bar and the menu bar are there,
+    // and the frames change as the progress moves.
+    Screenshot first;
+    Screenshot second;
+    ASSERT_TRUE(first.Take(Display));
+    SleepSeconds(0.3);
+    ASSERT_TRUE(second.Take(Display));
+    const bool stillLoading = run.Title().find("twenty.flac") == std::string::npos;
+    ASSERT_TRUE(stillLoading) << "loaded before the frames were taken; the check proves nothing";
+    // ImGui's dark menu bar, (36, 36, 36) in its default style, along the top.
+    EXPECT_GT(first.Count(g.X, g.Y, g.X + g.Width, g.Y + 18, 36, 36, 36, 8), g.Width * 4);
+    EXPECT_NE(first.Rgb, second.Rgb);
+    EXPECT_TRUE(run.WaitForTitle("twenty.flac", 60.0));
+}
+
+TEST(BatchMode, CutOnAnHourLongMp3SavesAFlacShorterByTheCutToTheFrame)
+{
+    const std::string source =
+        MakeFfmpegFixture("hour.mp3", "-f lavfi -i sine=f=440:d=3600 -ac 2 -ar 44100 -b:a 192k");
+    ASSERT_FALSE(source.empty());
+    const std::string out = ScratchPath("hour-cut.flac");
+    fs::remove(out);
+    const long long original = InfoFrames(source);
+    ASSERT_GT(original, 3599LL * 48000);
+    ASSERT_EQ(RunShell("'" + Program() + "' '" + source + "' --select 1.0 2.5 --cut --save '" + out + "'"), 0);
+    // llround(2.5 x 48000) - llround(1.0 x 48000) = 120000 - 48000 = 72000 frames cut.
+    EXPECT_EQ(InfoFrames(out), original - 72000);
+    // A second save to the same name is refused without --overwrite.
+    EXPECT_EQ(RunShell("'" + Program() + "' '" + source + "' --save '" + out + "' 2>/dev/null"), 1);
+}
+
+TEST(BatchMode, OptionsAreCheckedAndFailuresSayWhyWithAnExitStatus)
+{
+    const std::string help = ShellOutput("'" + Program() + "' --help");
+    EXPECT_NE(help.find("--info"), std::string::npos);
+    EXPECT_NE(help.find("Ctrl+Z"), std::string::npos);
+    EXPECT_EQ(RunShell("'" + Program() + "' -h >/dev/null"), 0);
+    EXPECT_EQ(RunShell("'" + Program() + "' --frobnicate 2>/dev/null"), 2);
+    EXPECT_EQ(RunShell("'" + Program() + "' --select 1 2>/dev/null"), 2);
+
+    const std::string missing = ShellOutput("'" + Program() + "' --info /nonexistent/take.wav 2>&1; echo rc=$?");
+    EXPECT_NE(missing.find("not found"), std::string::npos) << missing;
+    EXPECT_NE(missing.find("rc=1"), std::string::npos);
+
+    // Without any display the program says so instead of hanging.
+    const std::string headless =
+        ShellOutput("env -u DISPLAY -u WAYLAND_DISPLAY timeout 20 '" + Program() + "' 2>&1; echo rc=$?");
+    EXPECT_NE(headless.find("no display"), std::string::npos) << headless;
+    EXPECT_NE(headless.find("rc=1"), std::string::npos) << headless;
+}
+
+TEST_F(DesktopProgram, FiveEditsComeBackSampleForSampleAfterTheProgramIsKilled)
+{
+    const std::string source = MakeFfmpegFixture("journal.wav", "-f lavfi -i sine=f=523:d=2 -ac 2 -ar 48000");
+    const std::string expected = ScratchPath("journal-expected.wav");
+    const std::string restored = ScratchPath("journal-restored.wav");
+    fs::remove(expected);
+    fs::remove(restored);
+    // The same five edits in the batch mode: the cut of everything and its
+    // paste at the start give the frames back, so three gains remain.
+    ASSERT_EQ(RunShell("'" + Program() + "' '" + source + "' --gain 90 --gain 90 --gain 110 --save '" + expected +
+                       "' 2>/dev/null"),
+              0);
+    {
+        RunningProgram first(Display, {source}, Home);
+        ASSERT_TRUE(first.WaitForTitle("journal.wav", 20.0));
+        for (const char* keys : {"ctrl+a", "ctrl+Down", "ctrl+Down", "ctrl+x", "ctrl+v", "ctrl+Up"})
+            first.Key(keys);
+        ASSERT_TRUE(first.WaitForTitle("* journal.wav", 5.0)) << first.Title();
+        SleepSeconds(1.0);  // within a second, the journal is on the disk
+    }  // killed with SIGKILL here
+
+    RunningProgram second(Display, {}, Home);
+    ASSERT_FALSE(second.WindowId.empty());
+    second.Key("Return");  // "Restore", the question's default
+    ASSERT_TRUE(second.WaitForTitle("* journal.wav", 20.0)) << second.Title();
+    second.Key("ctrl+s");
+    second.Key("ctrl+a");  // the path field holds the suggestion: replace it
+    second.Xdotool("type --delay 5 '" + restored + "'");
+    second.Key("Return");
+    ASSERT_TRUE(WaitForFile(restored, 20.0));
+    ASSERT_TRUE(second.WaitForTitle("journal.wav - GLWaveEdit", 20.0)) << second.Title();
+    // 32-bit float WAV holds the samples exactly: equal files, equal frames.
+    EXPECT_TRUE(ReadBytes(restored) == ReadBytes(expected));
+}

@@ -1,0 +1,149 @@
+// The program's state outside the editor: the command line, the persisted
+// settings (a damaged file is set aside, never trusted), and the modified
+// marks that come from the editor's history position.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "glwaveedit.h"
+#include "options.h"
+#include "session.h"
+#include "settings.h"
+#include "test_support.h"
+
+namespace fs = std::filesystem;
+
+namespace
+{
+bool Parse(std::vector<std::string> Words, Options& Out, std::string& Error)
+{
+    Words.insert(Words.begin(), "glwaveedit");
+    std::vector<char*> argv;
+    for (std::string& word : Words)
+        argv.push_back(word.data());
+    return ParseOptions(static_cast<int>(argv.size()), argv.data(), Out, Error);
+}
+}  // namespace
+
+TEST(CommandLine, BatchStepsKeepTheirOrderAndBadOptionsAreRefused)
+{
+    Options options;
+    std::string error;
+    ASSERT_TRUE(Parse({"in.mp3", "--select", "1.0", "2.5", "--cut", "--gain", "80", "--save", "out.flac"}, options,
+                      error));
+    ASSERT_EQ(options.Steps.size(), 4u);
+    EXPECT_EQ(options.Steps[0].What, BatchStep::Select);
+    EXPECT_EQ(options.Steps[0].B, 2.5);
+    EXPECT_EQ(options.Steps[1].What, BatchStep::Cut);
+    EXPECT_EQ(options.Steps[2].A, 80.0);
+    EXPECT_EQ(options.Steps[3].Path, "out.flac");
+    EXPECT_EQ(options.Files, std::vector<std::string>{"in.mp3"});
+    EXPECT_TRUE(options.IsBatch());
+
+    // A file may look like an option after "--".
+    Options files;
+    ASSERT_TRUE(Parse({"--", "-h", "--info"}, files, error));
+    EXPECT_EQ(files.Files, (std::vector<std::string>{"-h", "--info"}));
+    EXPECT_FALSE(files.bHelp);
+
+    for (const std::vector<std::string>& bad :
+         {std::vector<std::string>{"--help-me"}, {"-x"}, {"--select", "1"}, {"--select", "1", "nan"},
+          {"--gain", "-5"}, {"--save"}, {"--frames", "0"}})
+    {
+        Options refused;
+        EXPECT_FALSE(Parse(bad, refused, error)) << bad.front();
+    }
+    Options help;
+    ASSERT_TRUE(Parse({"-h"}, help, error));
+    EXPECT_TRUE(help.bHelp);
+}
+
+TEST(PersistedSettings, SurviveARoundTripAndADamagedFileIsSetAsideWithAMessage)
+{
+    const std::string folder = ScratchPath("settings");
+    fs::remove_all(folder);
+    const std::string path = folder + "/glwaveedit/state.json";
+
+    AppSettings written;
+    written.bChannelLanes = false;
+    written.LossyBitrateKbps = 256;
+    written.WindowWidth = 900;
+    written.EditorStateType = "wave_edit";
+    written.EditorState = {{"view_start_sec", 1.5}};
+    for (int i = 0; i < 12; ++i)
+        AddRecentFile(written, "/music/" + std::to_string(i) + ".wav");
+    AddRecentFile(written, "/music/3.wav");  // again: moves to the front, once
+    ASSERT_EQ(written.RecentFiles.size(), kMaxRecentFiles);
+    EXPECT_EQ(written.RecentFiles[0], "/music/3.wav");
+    EXPECT_EQ(written.RecentFiles[1], "/music/11.wav");
+
+    std::string error;
+    ASSERT_TRUE(SaveSettings(path, written, error)) << error;
+    AppSettings read;
+    std::string message;
+    LoadSettings(path, read, message);
+    EXPECT_TRUE(message.empty()) << message;
+    EXPECT_FALSE(read.bChannelLanes);
+    EXPECT_EQ(read.LossyBitrateKbps, 256);
+    EXPECT_EQ(read.WindowWidth, 900);
+    EXPECT_EQ(read.RecentFiles, written.RecentFiles);
+    EXPECT_EQ(read.EditorState["view_start_sec"], 1.5);
+
+    // No file: the defaults, silently.
+    LoadSettings(folder + "/none.json", read, message);
+    EXPECT_TRUE(message.empty());
+    EXPECT_EQ(read.LossyBitrateKbps, 192);
+
+    // Broken JSON, a foreign file and wrong types are each set aside.
+    for (const char* content :
+         {"{\"program\": \"glwaveedit\", \"window\": {", "{\"name\": \"something else\"}",
+          "{\"program\": \"glwaveedit\", \"window\": {\"width\": \"wide\"}}", "[1, 2, 3]", ""})
+    {
+        std::ofstream(path, std::ios::trunc) << content;
+        message.clear();
+        LoadSettings(path, read, message);
+        EXPECT_NE(message.find("set aside"), std::string::npos) << content;
+        EXPECT_FALSE(fs::exists(path)) << content;
+        EXPECT_EQ(read.WindowWidth, 1280) << content;
+    }
+    // Out-of-range values in a file of ours are held to what works.
+    std::ofstream(path, std::ios::trunc)
+        << R"({"program": "glwaveedit", "window": {"width": 5, "height": 100000}, "saving": {"lossy_bitrate_kbps": 0}})";
+    LoadSettings(path, read, message);
+    EXPECT_EQ(read.WindowWidth, 320);
+    EXPECT_EQ(read.WindowHeight, 16384);
+    EXPECT_EQ(read.LossyBitrateKbps, 32);
+}
+
+TEST(ModifiedMarks, FollowTheHistoryPositionAndUndoBackToTheSavedStateClearsThem)
+{
+    TestHost host;
+    GLWaveEdit editor;
+    editor.EnableEditHistory(size_t(1) << 30);
+    Session session;
+    editor.AdoptDecodedDocument("a.wav", RampFrames(48000, 0.5f));
+    const uint64_t id = editor.DocumentIdAt(0);
+    EXPECT_FALSE(session.IsModified(editor, id));
+
+    editor.SetHostedSelection(0.1, 0.2);
+    editor.RequestDeleteSelection();
+    EXPECT_TRUE(session.IsModified(editor, id));
+    ASSERT_TRUE(editor.Undo());
+    EXPECT_FALSE(session.IsModified(editor, id));  // back as opened
+    ASSERT_TRUE(editor.Redo());
+    session.Info(id).SavedStateId = editor.EditStateId();  // saved here
+    EXPECT_FALSE(session.IsModified(editor, id));
+    ASSERT_TRUE(editor.Undo());
+    EXPECT_TRUE(session.IsModified(editor, id));  // undo after a save differs from the file
+    EXPECT_EQ(session.ModifiedIds(editor), std::vector<uint64_t>{id});
+
+    // The bookkeeping follows the tabs.
+    editor.AdoptDecodedDocument("b.wav", RampFrames(100, 0.5f));
+    session.Info(editor.DocumentIdAt(1)).SourcePath = "b.wav";
+    editor.CloseDocumentAt(0);
+    session.Prune(editor);
+    EXPECT_EQ(session.Find(id), nullptr);
+    EXPECT_NE(session.Find(editor.DocumentIdAt(0)), nullptr);
+    EXPECT_EQ(session.IndexOf(editor, editor.DocumentIdAt(0)), 0);
+}
