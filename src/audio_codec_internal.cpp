@@ -2,13 +2,14 @@
 //
 // Index:
 //   --- Formats ---         extension to muxer, encoder and settings
-//   --- Temporary file ---  the file beside the target, renamed when complete
+//   --- Output ---          the muxer's I/O on a descriptor, progress and cancel
 //   --- Encoder session --- muxer, encoder, resampler and FIFO of one file
 //   --- Entry point ---
 
 #include "audio_codec_internal.h"
 
-#include <fcntl.h>
+#include "replacement_file.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,11 +17,9 @@
 #include <cctype>
 #include <cerrno>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <iterator>
-#include <random>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -51,8 +50,6 @@ std::string FfmpegErrorText(int Code)
     av_strerror(Code, text, sizeof text);
     return text;
 }
-
-std::string SystemErrorText(int Code) { return std::strerror(Code); }
 
 // --- Formats ---
 
@@ -180,96 +177,53 @@ int ChooseChannelLayout(const AVCodec* pCodec, int Channels, AVChannelLayout* Ou
     return av_channel_layout_copy(OutLayout, pBest ? pBest : pCodec->ch_layouts);
 }
 
-// --- Temporary file ---
+// --- Output ---
 
-// A uniquely named file in the target's folder. It replaces the target only
-// through CommitAs; otherwise the destructor removes it.
-class TemporaryFile
+// The muxer writes into a descriptor of ours (the unnamed file has no path to
+// open); the seek lets WAV, FLAC and M4A go back to complete their headers.
+int WriteToDescriptor(void* pOpaque, uint8_t* pBuffer, int Size)
 {
-public:
-    TemporaryFile() = default;
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-    ~TemporaryFile() { Discard(); }
-
-    bool Create(const std::filesystem::path& Target, std::string& OutError)
+    const int fd = *static_cast<const int*>(pOpaque);
+    for (int written = 0; written < Size;)
     {
-        const std::filesystem::path folder = Target.has_parent_path() ? Target.parent_path() : ".";
-        std::random_device randomSource;
-        constexpr int kAttempts = 16;
-        int lastError = 0;
-        for (int attempt = 0; attempt < kAttempts && Fd < 0; ++attempt)
-        {
-            char suffix[16];
-            std::snprintf(suffix, sizeof suffix, "%08x", static_cast<unsigned>(randomSource()));
-            // Hidden, and ending in the target's extension, which some muxers check.
-            const std::string candidate =
-                (folder / ("." + Target.stem().string() + ".tmp-" + suffix + Target.extension().string())).string();
-            Fd = open(candidate.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-            lastError = errno;
-            if (Fd >= 0)
-                FilePath = candidate;
-        }
-        if (Fd < 0)
-        {
-            OutError = "Cannot create a file in \"" + folder.string() + "\": " + SystemErrorText(lastError);
-            return false;
-        }
-        KeepModeOf(Target);
-        return true;
+        const ssize_t count = write(fd, pBuffer + written, static_cast<size_t>(Size - written));
+        if (count < 0 && errno != EINTR)
+            return AVERROR(errno);
+        written += count > 0 ? static_cast<int>(count) : 0;
     }
+    return Size;
+}
 
-    // Flushes the data to the disk before the rename, so that a crash right
-    // after it cannot leave an empty file in place of the old one.
-    bool CommitAs(const std::filesystem::path& Target, std::string& OutError)
-    {
-        if (fsync(Fd) != 0)
-        {
-            const int error = errno;
-            return Fail("Cannot write \"" + Target.string() + "\": ", error, OutError);
-        }
-        close(Fd);
-        Fd = -1;
-        if (std::rename(FilePath.c_str(), Target.c_str()) != 0)
-        {
-            const int error = errno;
-            return Fail("Cannot replace \"" + Target.string() + "\": ", error, OutError);
-        }
-        FilePath.clear();
-        return true;
-    }
-
-    const std::string& Path() const { return FilePath; }
-
-private:
-    // Saving over a file keeps who may read it.
-    void KeepModeOf(const std::filesystem::path& Target)
+int64_t SeekDescriptor(void* pOpaque, int64_t Offset, int Whence)
+{
+    const int fd = *static_cast<const int*>(pOpaque);
+    if (Whence & AVSEEK_SIZE)
     {
         struct stat status = {};
-        if (stat(Target.c_str(), &status) == 0 && S_ISREG(status.st_mode))
-            fchmod(Fd, status.st_mode & 07777);
+        return fstat(fd, &status) == 0 ? static_cast<int64_t>(status.st_size) : AVERROR(errno);
     }
+    const off_t position = lseek(fd, Offset, Whence & ~AVSEEK_FORCE);
+    return position < 0 ? AVERROR(errno) : static_cast<int64_t>(position);
+}
 
-    bool Fail(const std::string& What, int Code, std::string& OutError)
+// The caller's progress and cancel flags; either may be absent.
+struct SaveWatch
+{
+    std::atomic<double>* pProgress;
+    const std::atomic<bool>* pCancel;
+
+    bool Cancelled() const { return pCancel && pCancel->load(std::memory_order_relaxed); }
+    void Report(double Fraction) const
     {
-        OutError = What + SystemErrorText(Code);
-        Discard();
-        return false;
+        if (pProgress)
+            pProgress->store(Fraction, std::memory_order_relaxed);
     }
-
-    void Discard()
-    {
-        if (Fd >= 0)
-            close(Fd);
-        Fd = -1;
-        if (!FilePath.empty())
-            unlink(FilePath.c_str());
-        FilePath.clear();
-    }
-
-    std::string FilePath;
-    int Fd = -1;
 };
+
+constexpr const char* kCancelledText = "Saving cancelled.";
+// The part of the progress that the encoding covers; the rest is the trailer
+// and the rename, so 1 means the file is in place.
+constexpr double kEncodingShare = 0.99;
 
 // --- Encoder session ---
 
@@ -280,6 +234,7 @@ struct EncodeRequest
     int SampleRate;
     int Channels;
     int BitrateKbps;
+    const std::map<std::string, std::string>& Tags;
 };
 
 // The FFmpeg objects of one file, declared in the order of their making and
@@ -300,28 +255,36 @@ public:
         if (pFifo)
             av_audio_fifo_free(pFifo);
         swr_free(&pResampler);
-        if (pOutput)
-            avio_closep(&pOutput->pb);
+        if (pIo)
+            av_freep(&pIo->buffer);  // the context does not own its buffer
+        avio_context_free(&pIo);
         avcodec_free_context(&pEncoder);
         avformat_free_context(pOutput);
     }
 
-    bool Open(const EncodeRequest& Request, const std::string& FilePath)
+    // Fd stays the caller's; the session only writes and seeks through it.
+    bool Open(const EncodeRequest& Request, int Fd)
     {
         InputChannels = Request.Channels;
-        return OpenMuxer(Request.Format, FilePath) && OpenEncoder(Request) && OpenStream(FilePath) &&
+        OutputFd = Fd;
+        return OpenMuxer(Request.Format) && OpenEncoder(Request) && OpenStream(Request.Tags) &&
                OpenResampler(Request.SampleRate) && AllocateBuffers();
     }
 
-    bool Write(const std::vector<float>& Samples)
+    // Checks for a cancel before each slice of the input and reports the
+    // share consumed after it.
+    bool Write(const float* pSamples, size_t SampleCount, const SaveWatch& Watch)
     {
-        const size_t frameCount = Samples.size() / static_cast<size_t>(InputChannels);
+        const size_t frameCount = SampleCount / static_cast<size_t>(InputChannels);
         for (size_t first = 0; first < frameCount; first += static_cast<size_t>(InputSliceFrames))
         {
+            if (Watch.Cancelled())
+                return Cancel();
             const int count = static_cast<int>(std::min<size_t>(InputSliceFrames, frameCount - first));
-            const uint8_t* pInput = reinterpret_cast<const uint8_t*>(Samples.data() + first * InputChannels);
+            const uint8_t* pInput = reinterpret_cast<const uint8_t*>(pSamples + first * InputChannels);
             if (!Resample(&pInput, count) || !EncodeFromFifo(FrameSize))
                 return false;
+            Watch.Report(kEncodingShare * static_cast<double>(first + count) / frameCount);
         }
         return true;
     }
@@ -335,9 +298,10 @@ public:
         const int trailerResult = av_write_trailer(pOutput);
         if (trailerResult < 0)
             return Fail("Failed to finish the audio file", trailerResult);
-        const int closeResult = avio_closep(&pOutput->pb);
-        if (closeResult < 0)
-            return Fail("Failed to close the audio file", closeResult);
+        // Write errors stay in the context until here.
+        avio_flush(pIo);
+        if (pIo->error < 0)
+            return Fail("Failed to write the audio file", pIo->error);
         return true;
     }
 
@@ -350,9 +314,15 @@ private:
         return false;
     }
 
-    bool OpenMuxer(const OutputFormat& Format, const std::string& FilePath)
+    bool Cancel()
     {
-        const int result = avformat_alloc_output_context2(&pOutput, nullptr, Format.MuxerName, FilePath.c_str());
+        ErrorText = kCancelledText;
+        return false;
+    }
+
+    bool OpenMuxer(const OutputFormat& Format)
+    {
+        const int result = avformat_alloc_output_context2(&pOutput, nullptr, Format.MuxerName, nullptr);
         if (result < 0 || !pOutput)
             return Fail(std::string("Failed to set up the ") + Format.MuxerName + " container", result);
         return true;
@@ -399,7 +369,7 @@ private:
         }
     }
 
-    bool OpenStream(const std::string& FilePath)
+    bool OpenStream(const std::map<std::string, std::string>& Tags)
     {
         pStream = avformat_new_stream(pOutput, nullptr);
         if (!pStream)
@@ -408,13 +378,43 @@ private:
         if (parameterResult < 0)
             return Fail("Failed to describe the audio stream", parameterResult);
         pStream->time_base = pEncoder->time_base;
-        // "file:" keeps a colon in the name from being read as a protocol.
-        const int openResult = avio_open(&pOutput->pb, ("file:" + FilePath).c_str(), AVIO_FLAG_WRITE);
-        if (openResult < 0)
-            return Fail("Failed to open the output file", openResult);
+        if (!SetTags(Tags) || !OpenOutput())
+            return false;
         const int headerResult = avformat_write_header(pOutput, nullptr);
         if (headerResult < 0)
             return Fail("Failed to write the file header", headerResult);
+        return true;
+    }
+
+    // On the container: the muxers of every format here read their tags from
+    // there (the Ogg one from the stream as well, where they also go).
+    bool SetTags(const std::map<std::string, std::string>& Tags)
+    {
+        for (const auto& [key, value] : Tags)
+        {
+            if (key.empty() || value.empty())
+                continue;
+            const int result = av_dict_set(&pOutput->metadata, key.c_str(), value.c_str(), 0);
+            if (result < 0)
+                return Fail("Failed to set the tag \"" + key + "\"", result);
+        }
+        return true;
+    }
+
+    bool OpenOutput()
+    {
+        constexpr int kIoBufferBytes = 64 * 1024;
+        uint8_t* pBuffer = static_cast<uint8_t*>(av_malloc(kIoBufferBytes));
+        if (!pBuffer)
+            return Fail("Failed to open the output file", AVERROR(ENOMEM));
+        pIo = avio_alloc_context(pBuffer, kIoBufferBytes, 1, &OutputFd, nullptr, WriteToDescriptor, SeekDescriptor);
+        if (!pIo)
+        {
+            av_free(pBuffer);
+            return Fail("Failed to open the output file", AVERROR(ENOMEM));
+        }
+        pOutput->pb = pIo;
+        pOutput->flags |= AVFMT_FLAG_CUSTOM_IO;
         return true;
     }
 
@@ -527,14 +527,16 @@ private:
         }
     }
 
-    AVFormatContext* pOutput = nullptr;  // owns pStream and, while open, its pb
+    AVFormatContext* pOutput = nullptr;  // owns pStream; pb is pIo
     AVCodecContext* pEncoder = nullptr;
     AVStream* pStream = nullptr;
+    AVIOContext* pIo = nullptr;  // writes to OutputFd
     SwrContext* pResampler = nullptr;
     AVAudioFifo* pFifo = nullptr;
     AVFrame* pConverted = nullptr;  // the resampler's output
     AVFrame* pFrame = nullptr;      // one frame for the encoder
     AVPacket* pPacket = nullptr;
+    int OutputFd = -1;  // the caller's
     int InputChannels = 0;
     int InputSliceFrames = 0;  // input frames per call of the resampler
     int FrameSize = 0;  // samples per encoder frame
@@ -544,64 +546,94 @@ private:
 
 // --- Entry point ---
 
-bool CheckArguments(const std::vector<float>& Samples, int SampleRate, int Channels, std::string& OutError)
+bool CheckArguments(const float* pSamples, size_t SampleCount, int SampleRate, int Channels, std::string& OutError)
 {
     if (SampleRate < 1 || SampleRate > kMaxSampleRateHz)
         OutError = "Invalid sample rate: " + std::to_string(SampleRate) + " Hz.";
     else if (Channels < 1 || Channels > kMaxChannels)
         OutError = "Invalid channel count: " + std::to_string(Channels) + " (1 to 8).";
-    else if (Samples.size() % static_cast<size_t>(Channels) != 0)
-        OutError = "Sample count " + std::to_string(Samples.size()) + " is not a multiple of " +
+    else if (SampleCount % static_cast<size_t>(Channels) != 0)
+        OutError = "Sample count " + std::to_string(SampleCount) + " is not a multiple of " +
                    std::to_string(Channels) + " channels.";
     // An empty Ogg, Opus, MP3 or M4A file is not read back by FFmpeg itself, so
     // no format gets one.
-    else if (Samples.empty())
+    else if (SampleCount == 0)
         OutError = "Nothing to save: the audio is empty.";
+    else if (!pSamples)
+        OutError = "No samples given for " + std::to_string(SampleCount) + " values.";
     else
         return true;
     return false;
 }
 
-bool EncodeFile(const std::string& Path, const std::vector<float>& Samples, int SampleRate, int Channels,
-                int BitrateKbps, std::string& OutError)
+const AVCodec* FindEncoder(const std::string& Path, const OutputFormat*& OutFormat, std::string& OutError)
 {
-    if (!CheckArguments(Samples, SampleRate, Channels, OutError))
-        return false;
-    const OutputFormat* pFormat = FindOutputFormat(Path);
-    if (!pFormat)
+    OutFormat = FindOutputFormat(Path);
+    if (!OutFormat)
     {
         OutError = UnsupportedExtensionText(Path);
-        return false;
+        return nullptr;
     }
-    const AVCodec* pCodec = avcodec_find_encoder_by_name(pFormat->EncoderName);
+    const AVCodec* pCodec = avcodec_find_encoder_by_name(OutFormat->EncoderName);
     if (!pCodec)
-    {
-        OutError = std::string("This FFmpeg has no ") + pFormat->EncoderName + " encoder for " +
-                   pFormat->Extension + " files.";
-        return false;
-    }
+        OutError = std::string("This FFmpeg has no ") + OutFormat->EncoderName + " encoder for " +
+                   OutFormat->Extension + " files.";
+    return pCodec;
+}
 
-    TemporaryFile file;
-    if (!file.Create(Path, OutError))
+bool EncodeFile(const std::string& Path, const float* pSamples, size_t SampleCount, int SampleRate, int Channels,
+                const EncodeOptions& Options, std::string& OutError)
+{
+    const SaveWatch watch{Options.pProgress, Options.pCancel};
+    watch.Report(0.0);
+    const OutputFormat* pFormat = nullptr;
+    if (!CheckArguments(pSamples, SampleCount, SampleRate, Channels, OutError))
+        return false;
+    const AVCodec* pCodec = FindEncoder(Path, pFormat, OutError);
+    if (!pCodec)
+        return false;
+
+    ReplacementFile file;
+    if (!file.Create(Path, Options.bNamedTemporaryOnly, OutError))
         return false;
     EncoderSession session;
-    const EncodeRequest request{*pFormat, pCodec, SampleRate, Channels, BitrateKbps};
-    if (!session.Open(request, file.Path()) || !session.Write(Samples) || !session.Finish())
+    const EncodeRequest request{*pFormat, pCodec, SampleRate, Channels, Options.BitrateKbps, Options.Tags};
+    if (!session.Open(request, file.Descriptor()) || !session.Write(pSamples, SampleCount, watch) ||
+        !session.Finish())
     {
         OutError = session.Error();
         return false;
     }
-    return file.CommitAs(Path, OutError);
+    // The last moment a cancel can keep the old file.
+    if (watch.Cancelled())
+    {
+        OutError = kCancelledText;
+        return false;
+    }
+    if (!file.Commit(OutError))
+        return false;
+    watch.Report(1.0);
+    return true;
 }
 
 }  // namespace
 
-bool TarvikEncodeFloatAudioFile(const std::string& Path, const std::vector<float>& Samples, int SampleRate,
-                                int Channels, int BitrateKbps, std::string* ErrorMessage)
+bool TarvikEncodeFloatAudioFileWith(const std::string& Path, const float* Samples, size_t SampleCount,
+                                    int SampleRate, int Channels, const EncodeOptions& Options,
+                                    std::string* ErrorMessage)
 {
     std::string error;
-    const bool bWritten = EncodeFile(Path, Samples, SampleRate, Channels, BitrateKbps, error);
+    const bool bWritten = EncodeFile(Path, Samples, SampleCount, SampleRate, Channels, Options, error);
     if (!bWritten && ErrorMessage)
         *ErrorMessage = error;
     return bWritten;
+}
+
+bool TarvikEncodeFloatAudioFile(const std::string& Path, const std::vector<float>& Samples, int SampleRate,
+                                int Channels, int BitrateKbps, std::string* ErrorMessage)
+{
+    EncodeOptions options;
+    options.BitrateKbps = BitrateKbps;
+    return TarvikEncodeFloatAudioFileWith(Path, Samples.data(), Samples.size(), SampleRate, Channels, options,
+                                          ErrorMessage);
 }

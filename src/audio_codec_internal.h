@@ -1,22 +1,54 @@
 // The shell's audio encoder on FFmpeg. The container and codec follow the
 // path's extension, in any case: .ogg Vorbis, .opus Opus, .mp3 MP3, .flac FLAC
 // (24-bit), .wav 32-bit float PCM (the samples exactly, also beyond full
-// scale), .m4a AAC. The file is written next to its target under a temporary
-// name and renamed only when complete, so a failure never leaves a truncated
-// file nor harms the file that was there.
+// scale), .m4a AAC. The file is written into an unnamed file beside its target
+// and given the target's name only when complete and on the disk, so neither a
+// failure nor a killed process leaves a truncated file or harms the file that
+// was there (see replacement_file.h). Saving to a symbolic link replaces the
+// file it points to and keeps the link.
 #pragma once
 
+#include <atomic>
+#include <cstddef>
+#include <map>
 #include <string>
 #include <vector>
 
-// Samples are interleaved float, SampleRate frames per second (1 to 768000),
-// Channels per frame (1 to 8). BitrateKbps applies to the lossy formats: 0 or
-// less means 192, other values are held to 32..320 (Opus to 256 per channel);
-// for Vorbis it picks the quality of that nominal rate. A rate or channel
-// count that the codec lacks is converted: to the nearest supported rate above,
-// and MP3 mixes more than two channels down to stereo. Empty Samples are
-// refused, as an empty file of most of these formats does not open again.
-// Returns true when the file is written; false with a reason in ErrorMessage
-// (when not null) otherwise, with the target as it was.
+struct EncodeOptions
+{
+    // For the lossy formats: 0 or less means 192, other values are held to
+    // 32..320 (Opus to 256 per channel); for Vorbis it picks the quality of
+    // that nominal rate.
+    int BitrateKbps = 0;
+    // Keys as FFmpeg names them: title, artist, album, track, date, comment
+    // (others pass through where the muxer knows them). Written as Vorbis
+    // comments in .ogg, .opus and .flac, ID3v2 in .mp3, iTunes atoms in .m4a
+    // and a LIST INFO chunk in .wav. Empty values are left out.
+    std::map<std::string, std::string> Tags;
+    // When not null: 0 at the start, rising with the audio encoded, 1 once the
+    // file has its name. Written by the encoding thread, any thread may read.
+    std::atomic<double>* pProgress = nullptr;
+    // When not null and set (from any thread) before the file gets its name:
+    // the encoding stops, the target stays as it was, no file is left, and the
+    // result is false with "Saving cancelled.".
+    const std::atomic<bool>* pCancel = nullptr;
+    // Writes through a hidden named temporary even where the filesystem has
+    // unnamed files: for tests, and filesystems that misreport O_TMPFILE.
+    bool bNamedTemporaryOnly = false;
+};
+
+// Samples points to SampleCount interleaved floats, SampleRate frames per
+// second (1 to 768000), Channels per frame (1 to 8); they are read during the
+// call only, and no copy is made. A rate or channel count that the codec lacks
+// is converted: to the nearest supported rate above, and MP3 mixes more than
+// two channels down to stereo. Empty samples are refused, as an empty file of
+// most of these formats does not open again. Returns true when the file is
+// written; false with a reason in ErrorMessage (when not null) otherwise, with
+// the target as it was.
+bool TarvikEncodeFloatAudioFileWith(const std::string& Path, const float* Samples, size_t SampleCount,
+                                    int SampleRate, int Channels, const EncodeOptions& Options,
+                                    std::string* ErrorMessage);
+
+// The same with the default options and BitrateKbps.
 bool TarvikEncodeFloatAudioFile(const std::string& Path, const std::vector<float>& Samples, int SampleRate,
                                 int Channels, int BitrateKbps, std::string* ErrorMessage);
