@@ -311,7 +311,7 @@ int main(int argc, char** argv)
     std::string error;
     if (!ParseOptions(argc, argv, options, error))
     {
-        std::fprintf(stderr, "glwaveedit: %s\n%s", error.c_str(), UsageText());
+        std::fprintf(stderr, "glwaveedit: %s\nRun glwaveedit --help for the options and keys.\n", error.c_str());
         return 2;
     }
     if (options.bHelp)

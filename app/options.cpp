@@ -103,7 +103,10 @@ bool ParseOptions(int Argc, char** Argv, Options& Out, std::string& OutError)
             c.At += 1;
         }
         else if (arg == "--screenshot" && c.Has(1))
-            Out.ScreenshotPath = c.Arg(++c.At);
+        {
+            Out.ScreenshotPath = c.Arg(1);
+            c.At += 1;
+        }
         else if (arg == "--frames" && c.Has(1) && ParseNumber(c.Arg(1), a) && a >= 1 && a <= 1e6)
         {
             Out.ScreenshotFrames = static_cast<int>(a);

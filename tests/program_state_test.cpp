@@ -30,8 +30,11 @@ TEST(CommandLine, BatchStepsKeepTheirOrderAndBadOptionsAreRefused)
 {
     Options options;
     std::string error;
-    ASSERT_TRUE(Parse({"in.mp3", "--select", "1.0", "2.5", "--cut", "--gain", "80", "--save", "out.flac"}, options,
-                      error));
+    ASSERT_TRUE(Parse({"in.mp3", "--select", "1.0", "2.5", "--cut", "--gain", "80", "--save", "out.flac",
+                       "--screenshot", "shot.png", "--frames", "7"},
+                      options, error));
+    EXPECT_EQ(options.ScreenshotPath, "shot.png");
+    EXPECT_EQ(options.ScreenshotFrames, 7);
     ASSERT_EQ(options.Steps.size(), 4u);
     EXPECT_EQ(options.Steps[0].What, BatchStep::Select);
     EXPECT_EQ(options.Steps[0].B, 2.5);
