@@ -386,8 +386,8 @@ private:
         return true;
     }
 
-    // On the container: the muxers of every format here read their tags from
-    // there (the Ogg one from the stream as well, where they also go).
+    // On the container, where the muxer of every format here takes them from
+    // (the Ogg one copies them into each stream's Vorbis comments).
     bool SetTags(const std::map<std::string, std::string>& Tags)
     {
         for (const auto& [key, value] : Tags)
