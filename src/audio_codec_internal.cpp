@@ -189,6 +189,8 @@ int WriteToDescriptor(void* pOpaque, uint8_t* pBuffer, int Size)
         const ssize_t count = write(fd, pBuffer + written, static_cast<size_t>(Size - written));
         if (count < 0 && errno != EINTR)
             return AVERROR(errno);
+        if (count == 0)
+            return AVERROR(EIO);  // a regular file that takes nothing would loop forever
         written += count > 0 ? static_cast<int>(count) : 0;
     }
     return Size;

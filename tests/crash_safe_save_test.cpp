@@ -4,6 +4,7 @@
 // unnamed file (O_TMPFILE) and the named temporary that stands in for it.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <random>
 #include <thread>
@@ -133,7 +135,10 @@ TEST(CrashSafeSave, ProgressRisesToOneAndCancelKeepsTheOldFile)
         options.bNamedTemporaryOnly = mode.bNamedOnly;
 
         std::vector<double> seen;
-        ASSERT_TRUE(SaveWatched(target, samples, options, nullptr, [&](double P) { seen.push_back(P); }));
+        ASSERT_TRUE(SaveWatched(target, samples, options, nullptr, [&](double P) {
+            if (seen.empty() || seen.back() != P)
+                seen.push_back(P);
+        }));
         EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end())) << mode.Name;
         EXPECT_TRUE(std::any_of(seen.begin(), seen.end(), [](double P) { return P > 0.0 && P < 1.0; }));
         EXPECT_EQ(progress.load(), 1.0);
@@ -193,6 +198,40 @@ TEST(CrashSafeSave, SavingThroughLinksReplacesTheFileAtTheEndAndKeepsTheLinks)
                                                    "second.wav"};
         EXPECT_EQ(NamesIn(folder), expected) << mode.Name;
         EXPECT_EQ(NamesIn(folder + "/real"), std::vector<std::string>{"take.wav"}) << mode.Name;
+    }
+}
+
+TEST(CrashSafeSave, AFullDiskFailsTheSaveAndKeepsTheOldFile)
+{
+    // A file size limit stands in for a full disk: past 64 KiB every write
+    // fails with EFBIG. It is set in a child, which reports through its exit
+    // code: 0 for a save refused with a reason, 1 for one that succeeded.
+    constexpr rlim_t kLimitBytes = 64 * 1024;
+    const std::vector<float> samples = Noise(4.0);  // about 1.5 MB as FLAC
+    for (const TemporaryMode& mode : kModes)
+    {
+        const std::string folder = FreshFolder(std::string("full_") + mode.Name);
+        const std::string target = folder + "/take.flac";
+        WriteFileBytes(target, kOldBytes);
+        const pid_t child = fork();
+        ASSERT_GE(child, 0) << "fork failed";
+        if (child == 0)
+        {
+            signal(SIGXFSZ, SIG_IGN);  // the write fails instead of the process
+            const rlimit limit{kLimitBytes, kLimitBytes};
+            setrlimit(RLIMIT_FSIZE, &limit);
+            EncodeOptions options;
+            options.bNamedTemporaryOnly = mode.bNamedOnly;
+            std::string error;
+            const bool bSaved = Save(target, samples, options, &error);
+            std::fprintf(stderr, "%s: %s\n", mode.Name, error.c_str());
+            _exit(!bSaved && error.find("File too large") != std::string::npos ? 0 : 1);
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << mode.Name;
+        EXPECT_EQ(ReadFileBytes(target), kOldBytes) << mode.Name;
+        EXPECT_EQ(NamesIn(folder), std::vector<std::string>{"take.flac"}) << mode.Name;
     }
 }
 
