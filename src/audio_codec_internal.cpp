@@ -189,6 +189,8 @@ int WriteToDescriptor(void* pOpaque, uint8_t* pBuffer, int Size)
         const ssize_t count = write(fd, pBuffer + written, static_cast<size_t>(Size - written));
         if (count < 0 && errno != EINTR)
             return AVERROR(errno);
+        if (count == 0)
+            return AVERROR(EIO);  // a regular file that takes nothing would loop forever
         written += count > 0 ? static_cast<int>(count) : 0;
     }
     return Size;
@@ -386,8 +388,8 @@ private:
         return true;
     }
 
-    // On the container: the muxers of every format here read their tags from
-    // there (the Ogg one from the stream as well, where they also go).
+    // On the container, where the muxer of every format here takes them from
+    // (the Ogg one copies them into each stream's Vorbis comments).
     bool SetTags(const std::map<std::string, std::string>& Tags)
     {
         for (const auto& [key, value] : Tags)

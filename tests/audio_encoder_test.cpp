@@ -8,9 +8,14 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 
 #include "audio_codec_internal.h"
 #include "test_support.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
 
 namespace {
 
@@ -29,20 +34,12 @@ std::vector<float> Tone(int RateHz, int Channels)
     return samples;
 }
 
-std::string ReadFile(const std::string& Path)
-{
-    std::ifstream in(Path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-void WriteFile(const std::string& Path, const std::string& Bytes) { std::ofstream(Path, std::ios::binary) << Bytes; }
-
 // Decodes Path with the ffmpeg program to float at 48000 Hz; empty on failure.
 std::vector<float> Decode(const std::string& Path, int Channels)
 {
     const std::string raw = MakeFfmpegFixture(fs::path(Path).filename().string() + ".f32",
                                               "-i \"" + Path + "\" -f f32le -ar 48000 -ac " + std::to_string(Channels));
-    const std::string bytes = raw.empty() ? "" : ReadFile(raw);
+    const std::string bytes = raw.empty() ? "" : ReadFileBytes(raw);
     std::vector<float> samples(bytes.size() / sizeof(float));
     std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
     return samples;
@@ -93,12 +90,12 @@ TEST_P(AudioEncoderRoundTrip, ToneComesBackWithItsLengthAndLevel)
     // One name per case, so that cases running side by side do not meet.
     const std::string path = ScratchPath("audio_encoder_test_tone_" + std::to_string(trip.RateHz) + "_" +
                                          (trip.Extension + 1) + trip.Extension);
-    WriteFile(path, "an older file, to be replaced");
+    WriteFileBytes(path, "an older file, to be replaced");
     std::string error;
     ASSERT_TRUE(TarvikEncodeFloatAudioFile(path, Tone(trip.RateHz, trip.Channels), trip.RateHz, trip.Channels,
                                            trip.BitrateKbps, &error))
         << error;
-    EXPECT_NE(ReadFile(path).substr(0, 4096).find(trip.Signature), std::string::npos);
+    EXPECT_NE(ReadFileBytes(path).substr(0, 4096).find(trip.Signature), std::string::npos);
 
     const std::vector<float> decoded = Decode(path, trip.Channels);
     // 2.0 s * 48000 = 96000 frames, whatever the rate written.
@@ -129,18 +126,63 @@ INSTANTIATE_TEST_SUITE_P(
                std::to_string(Info.param.Channels) + "ch";
     });
 
+// The tags of a file as libavformat reads them: the container's, then the
+// audio stream's (where the Ogg demuxer puts Vorbis comments); empty on failure.
+std::map<std::string, std::string> ReadTags(const std::string& Path)
+{
+    std::map<std::string, std::string> tags;
+    AVFormatContext* pInput = nullptr;
+    if (avformat_open_input(&pInput, Path.c_str(), nullptr, nullptr) < 0)
+        return tags;
+    if (avformat_find_stream_info(pInput, nullptr) >= 0)
+    {
+        std::vector<const AVDictionary*> dictionaries = {pInput->metadata};
+        if (pInput->nb_streams > 0)
+            dictionaries.push_back(pInput->streams[0]->metadata);
+        for (const AVDictionary* pDictionary : dictionaries)
+            for (const AVDictionaryEntry* pEntry = nullptr;
+                 (pEntry = av_dict_get(pDictionary, "", pEntry, AV_DICT_IGNORE_SUFFIX));)
+                tags.emplace(pEntry->key, pEntry->value);
+    }
+    avformat_close_input(&pInput);
+    return tags;
+}
+
+TEST(AudioEncoderTags, EveryFormatCarriesTheTagsItCanHold)
+{
+    // Not ASCII on purpose: the tags travel as UTF-8.
+    const std::map<std::string, std::string> tags = {{"title", "Tönende Probe"}, {"artist", "Ensemble Ø"},
+                                                     {"album", "Takes"},         {"track", "7"},
+                                                     {"date", "2024"},           {"comment", "second take"}};
+    const std::vector<float> samples = Tone(48000, 2);
+    for (const char* extension : {".ogg", ".opus", ".flac", ".mp3", ".m4a", ".wav"})
+    {
+        const std::string path = ScratchPath(std::string("audio_encoder_test_tags") + extension);
+        EncodeOptions options;
+        options.Tags = tags;
+        options.Tags["ignored"] = "";  // an empty value is left out, not written empty
+        std::string error;
+        ASSERT_TRUE(TarvikEncodeFloatAudioFileWith(path, samples.data(), samples.size(), 48000, 2, options, &error))
+            << extension << ": " << error;
+        const std::map<std::string, std::string> back = ReadTags(path);
+        for (const auto& [key, value] : tags)
+            EXPECT_EQ(back.count(key) ? back.at(key) : "(missing)", value) << extension << " " << key;
+        EXPECT_EQ(back.count("ignored"), 0u) << extension;
+    }
+}
+
 TEST(AudioEncoderFailures, RefusedSaveLeavesTheExistingFileByteForByte)
 {
     const std::string kept = ScratchPath("audio_encoder_test_keep.wav");
     const std::string unknown = ScratchPath("audio_encoder_test_keep.xyz");
-    WriteFile(kept, "precious bytes");
-    WriteFile(unknown, "precious bytes");
+    WriteFileBytes(kept, "precious bytes");
+    WriteFileBytes(unknown, "precious bytes");
     const std::vector<float> stereo = Tone(48000, 2);
     std::string error;
 
     EXPECT_FALSE(TarvikEncodeFloatAudioFile(unknown, stereo, 48000, 2, 0, &error));
     EXPECT_NE(error.find(".xyz"), std::string::npos) << error;
-    EXPECT_EQ(ReadFile(unknown), "precious bytes");
+    EXPECT_EQ(ReadFileBytes(unknown), "precious bytes");
 
     struct BadCall { std::vector<float> Samples; int RateHz; int Channels; };
     const BadCall badCalls[] = {{stereo, 0, 2}, {stereo, 48000, 0}, {stereo, 48000, 9}, {{0.1f, 0.2f, 0.3f}, 48000, 2},
@@ -152,7 +194,7 @@ TEST(AudioEncoderFailures, RefusedSaveLeavesTheExistingFileByteForByte)
         EXPECT_FALSE(error.empty()) << call.RateHz << " Hz, " << call.Channels << " channels";
     }
     EXPECT_FALSE(TarvikEncodeFloatAudioFile(kept, {}, 48000, 2, 0, nullptr));
-    EXPECT_EQ(ReadFile(kept), "precious bytes");
+    EXPECT_EQ(ReadFileBytes(kept), "precious bytes");
     EXPECT_TRUE(Leftovers(kept).empty());
 }
 

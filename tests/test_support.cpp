@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include "sdl_compat.h"
 
@@ -70,6 +72,17 @@ std::vector<float> RampFrames(size_t FrameCount, float Scale)
         frames[2 * f + 1] = -static_cast<float>(f) * Scale;
     }
     return frames;
+}
+
+std::string ReadFileBytes(const std::string& Path)
+{
+    std::ifstream in(Path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+void WriteFileBytes(const std::string& Path, const std::string& Bytes)
+{
+    std::ofstream(Path, std::ios::binary) << Bytes;
 }
 
 std::string ScratchPath(const std::string& FileName)

@@ -146,6 +146,10 @@ std::vector<float> ConstantFrames(size_t FrameCount, float Left, float Right);
 // test can tell exactly which frames moved.
 std::vector<float> RampFrames(size_t FrameCount, float Scale);
 
+// A whole file as bytes ("" when it cannot be read), and a file made of Bytes.
+std::string ReadFileBytes(const std::string& Path);
+void WriteFileBytes(const std::string& Path, const std::string& Bytes);
+
 // A scratch folder for this test binary, created on first use.
 std::string ScratchPath(const std::string& FileName);
 // Runs the ffmpeg program with Arguments (after "-y -hide_banner -loglevel error")
