@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 
@@ -291,6 +292,14 @@ void RememberState(Program& App)
         std::fprintf(stderr, "glwaveedit: settings not saved: %s\n", error.c_str());
 }
 
+bool HasDisplay()
+{
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "SDL_VIDEODRIVER"})
+        if (const char* value = std::getenv(name); value && *value)
+            return true;
+    return false;
+}
+
 int WriteScreenshotNow(const Program& App, const std::string& Path)
 {
     std::string error;
@@ -325,12 +334,14 @@ int main(int argc, char** argv)
     Program app;
     std::string settingsMessage;
     LoadSettings(SettingsFilePath(), app.Settings, settingsMessage);
-    if (SDL_Init(SDL_INIT_VIDEO) != 0)
+    // Without a display SDL may probe consoles and input devices for a long
+    // time; say at once what is missing.
+    if (!HasDisplay() || SDL_Init(SDL_INIT_VIDEO) != 0)
     {
         std::fprintf(stderr,
-                     "glwaveedit: no display to open a window on (%s). Set DISPLAY, or use the batch mode "
+                     "glwaveedit: no display to open a window on (%s). Set DISPLAY, use the batch mode "
                      "(--help), or scripts/run-editor, which falls back to Xvfb.\n",
-                     SDL_GetError());
+                     HasDisplay() ? SDL_GetError() : "neither DISPLAY nor WAYLAND_DISPLAY is set");
         return 1;
     }
     SDL_GL_SetAttribute(SDL_GL_CONTEXT_MAJOR_VERSION, 2);
