@@ -1,10 +1,20 @@
-// Edits, switches and queries on a 60-minute stereo document, beside one
-// memcpy of the same frames: the yardstick for "as fast as moving the data".
+// Edits, play starts, undo, switches and queries on a 60-minute stereo
+// document, beside one memcpy of the same frames: the yardstick for "as fast
+// as moving the data". bench/compare.sh reads the JSON output
+// (--benchmark_format=json) and divides each time by the memcpy's.
+//
+// The document is laid out as the editor's decode lays it out (room reserved
+// through ReserveFloats, then filled) and comes in through
+// AdoptDecodedDocument, so every edit starts from the capacity an opened file
+// has. The player takes its silent output.
 #include <benchmark/benchmark.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
+#include "gldeck_audio_player.h"
+#include "large_buffer.h"
 #include "test_support.h"
 
 namespace
@@ -12,7 +22,18 @@ namespace
 constexpr double kHourSec = 3600.0;
 constexpr size_t kHourFrames = static_cast<size_t>(kHourSec * 48000);
 
-// One editor holding an hour of a quiet ramp, made once for all benchmarks.
+// An hour of a quiet ramp in a buffer reserved as the decoder reserves one.
+std::vector<float> HourOfFrames()
+{
+    std::vector<float> frames;
+    LargeBuffer::ReserveFloats(frames, kHourFrames * 2);
+    frames.resize(kHourFrames * 2);
+    for (size_t i = 0; i < frames.size(); ++i)
+        frames[i] = static_cast<float>(i % 1000) * 1e-4f;
+    return frames;
+}
+
+// One editor holding the hour, made once for all benchmarks.
 struct HourDocument
 {
     TestHost Host;
@@ -20,13 +41,8 @@ struct HourDocument
 
     HourDocument()
     {
-        Editor.NewUntitledDocument();
-        auto& frames = Access::PcmFrames(Editor);
-        frames.resize(kHourFrames * 2);
-        for (size_t i = 0; i < frames.size(); ++i)
-            frames[i] = static_cast<float>(i % 1000) * 1e-4f;
-        Editor.DurationSec = kHourSec;
-        Access::StoreActiveDocument(Editor);
+        setenv("GLWE_AUDIO_OUTPUT", "silent", 1);
+        Editor.AdoptDecodedDocument("hour.wav", HourOfFrames());
     }
 };
 
@@ -36,9 +52,36 @@ HourDocument& Document()
     return *document;
 }
 
+GLWaveEdit& Editor()
+{
+    return Document().Editor;
+}
+
+// The clipboard holds 10 s, from 100 s.
+void CopyTenSeconds(GLWaveEdit& E)
+{
+    E.SetHostedSelection(100.0, 110.0);
+    E.RequestCopySelection();
+}
+
+// Paste at 1800 s with no selection: the pasted 10 s end up selected.
+void PasteAtTheMiddle(GLWaveEdit& E)
+{
+    E.SetHostedSelection(1800.0, 1800.0);
+    Access::HoverTimeSec(E) = 1800.0;
+    E.RequestPasteAtSelection();
+}
+
+void SelectTenSecondsInTheMiddle(GLWaveEdit& E)
+{
+    E.SetHostedSelection(1800.0, 1810.0);
+}
+
+// --- Anchor ---
+
 void BM_MemcpyOfAllFrames(benchmark::State& State)
 {
-    const auto& source = Access::PcmFrames(Document().Editor);
+    const auto& source = Access::PcmFrames(Editor());
     std::vector<float> target(source.size(), 1.0f);  // touched once, before timing
     for (auto _ : State)
     {
@@ -48,52 +91,163 @@ void BM_MemcpyOfAllFrames(benchmark::State& State)
     State.SetBytesProcessed(State.iterations() * static_cast<int64_t>(source.size() * sizeof(float)));
 }
 
-// Cut 10 s from the middle; the paste that puts it back is not timed.
+// --- Edits ---
+
+void BM_GainOnTheWholeDocument(benchmark::State& State)
+{
+    GLWaveEdit& editor = Editor();
+    editor.ClearSelection(false);
+    for (auto _ : State)
+        benchmark::DoNotOptimize(editor.ApplyGainPercent(100.0));
+}
+
+// Cut and delete 10 s from the middle; the paste that puts them back is not timed.
 void BM_CutTenSecondsFromTheMiddle(benchmark::State& State)
 {
-    GLWaveEdit& editor = Document().Editor;
+    GLWaveEdit& editor = Editor();
     for (auto _ : State)
     {
-        editor.SetHostedSelection(1800.0, 1810.0);
+        SelectTenSecondsInTheMiddle(editor);
         editor.RequestCutSelection();
         State.PauseTiming();
-        editor.RequestPasteAtSelection();  // the selection collapsed at 1800.0
+        PasteAtTheMiddle(editor);
         State.ResumeTiming();
     }
 }
 
-// Paste 10 s into the middle; the delete that takes it out again is not timed.
-void BM_PasteTenSecondsIntoTheMiddle(benchmark::State& State)
+void BM_DeleteTenSecondsFromTheMiddle(benchmark::State& State)
 {
-    GLWaveEdit& editor = Document().Editor;
-    editor.SetHostedSelection(100.0, 110.0);
-    editor.RequestCopySelection();
+    GLWaveEdit& editor = Editor();
+    CopyTenSeconds(editor);
     for (auto _ : State)
     {
-        editor.SetHostedSelection(1800.0, 1800.0);
-        Access::HoverTimeSec(editor) = 1800.0;
-        editor.RequestPasteAtSelection();
+        SelectTenSecondsInTheMiddle(editor);
+        editor.RequestDeleteSelection();
+        State.PauseTiming();
+        PasteAtTheMiddle(editor);
+        State.ResumeTiming();
+    }
+}
+
+// The first paste into a document just opened: it is the one that may have
+// to grow the buffers. Each pass opens a fresh hour and closes it untimed.
+void BM_FirstPasteIntoAnOpenedDocument(benchmark::State& State)
+{
+    GLWaveEdit& editor = Editor();
+    CopyTenSeconds(editor);
+    for (auto _ : State)
+    {
+        State.PauseTiming();
+        editor.AdoptDecodedDocument("fresh.wav", HourOfFrames());
+        State.ResumeTiming();
+        PasteAtTheMiddle(editor);
+        State.PauseTiming();
+        editor.CloseDocumentAt(editor.ActiveDocument());
+        State.ResumeTiming();
+    }
+}
+
+// Later pastes; the delete that takes each one out again is not timed.
+void BM_PasteTenSecondsIntoTheMiddle(benchmark::State& State)
+{
+    GLWaveEdit& editor = Editor();
+    CopyTenSeconds(editor);
+    PasteAtTheMiddle(editor);
+    editor.RequestDeleteSelection();
+    for (auto _ : State)
+    {
+        PasteAtTheMiddle(editor);
         State.PauseTiming();
         editor.RequestDeleteSelection();  // the pasted audio is selected
         State.ResumeTiming();
     }
 }
 
-void BM_GainOnTheWholeDocument(benchmark::State& State)
+// --- Play start ---
+
+// A player's first play: it allocates its copy.
+void BM_FirstPlayStart(benchmark::State& State)
 {
-    GLWaveEdit& editor = Document().Editor;
-    editor.ClearSelection(false);
+    GLWaveEdit& editor = Editor();
     for (auto _ : State)
-        benchmark::DoNotOptimize(editor.ApplyGainPercent(100.0));
+    {
+        State.PauseTiming();
+        Access::AudioPlayer(editor).reset();
+        State.ResumeTiming();
+        benchmark::DoNotOptimize(editor.PlayFromCurrentPosition());
+    }
+    editor.StopPlayback();
 }
+
+// Every play after one: the copy goes into the memory of the last one.
+void BM_PlayStartAfterOnePlay(benchmark::State& State)
+{
+    GLWaveEdit& editor = Editor();
+    editor.PlayFromCurrentPosition();
+    for (auto _ : State)
+        benchmark::DoNotOptimize(editor.PlayFromCurrentPosition());
+    editor.StopPlayback();
+}
+
+// --- Edit history ---
+
+// The cut with the history on, the yardstick of its undo and redo.
+void BM_CutTenSecondsWithHistory(benchmark::State& State)
+{
+    GLWaveEdit& editor = Editor();
+    editor.EnableEditHistory(size_t(1) << 30);
+    for (auto _ : State)
+    {
+        SelectTenSecondsInTheMiddle(editor);
+        editor.RequestCutSelection();
+        State.PauseTiming();
+        editor.Undo();
+        State.ResumeTiming();
+    }
+    editor.EnableEditHistory(0);
+}
+
+void BM_UndoOfATenSecondCut(benchmark::State& State)
+{
+    GLWaveEdit& editor = Editor();
+    editor.EnableEditHistory(size_t(1) << 30);
+    for (auto _ : State)
+    {
+        State.PauseTiming();
+        SelectTenSecondsInTheMiddle(editor);
+        editor.RequestCutSelection();
+        State.ResumeTiming();
+        benchmark::DoNotOptimize(editor.Undo());
+    }
+    editor.EnableEditHistory(0);
+}
+
+void BM_RedoOfATenSecondCut(benchmark::State& State)
+{
+    GLWaveEdit& editor = Editor();
+    editor.EnableEditHistory(size_t(1) << 30);
+    SelectTenSecondsInTheMiddle(editor);
+    editor.RequestCutSelection();
+    editor.Undo();
+    for (auto _ : State)
+    {
+        benchmark::DoNotOptimize(editor.Redo());
+        State.PauseTiming();
+        editor.Undo();
+        State.ResumeTiming();
+    }
+    editor.EnableEditHistory(0);
+}
+
+// --- Switches and queries ---
 
 // Two tabs: the hour and an empty one; each switch stores one and loads the other.
 void BM_SwitchBetweenHourAndEmptyTab(benchmark::State& State)
 {
-    GLWaveEdit& editor = Document().Editor;
+    GLWaveEdit& editor = Editor();
+    const int hourIndex = editor.ActiveDocument();
     editor.NewUntitledDocument();
-    const int hourIndex = 0;
-    const int emptyIndex = Access::ActiveDocumentIndex(editor);
+    const int emptyIndex = editor.ActiveDocument();
     for (auto _ : State)
     {
         Access::LoadActiveDocument(editor, hourIndex);
@@ -105,7 +259,7 @@ void BM_SwitchBetweenHourAndEmptyTab(benchmark::State& State)
 // The hover query of one pass with the whole hour in view: 1/300 of the view.
 void BM_HoverPeakWithTheHourInView(benchmark::State& State)
 {
-    GLWaveEdit& editor = Document().Editor;
+    GLWaveEdit& editor = Editor();
     editor.FitViewToData();
     for (auto _ : State)
         benchmark::DoNotOptimize(Access::WaveformPeakForSpan(editor, 1800.0, 1800.0 + kHourSec / 300.0));
@@ -113,9 +267,16 @@ void BM_HoverPeakWithTheHourInView(benchmark::State& State)
 }  // namespace
 
 BENCHMARK(BM_MemcpyOfAllFrames)->Unit(benchmark::kMillisecond)->Iterations(5);
-BENCHMARK(BM_CutTenSecondsFromTheMiddle)->Unit(benchmark::kMillisecond)->Iterations(5);
-BENCHMARK(BM_PasteTenSecondsIntoTheMiddle)->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_GainOnTheWholeDocument)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_CutTenSecondsFromTheMiddle)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_DeleteTenSecondsFromTheMiddle)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_FirstPasteIntoAnOpenedDocument)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_PasteTenSecondsIntoTheMiddle)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_FirstPlayStart)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_PlayStartAfterOnePlay)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_CutTenSecondsWithHistory)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_UndoOfATenSecondCut)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_RedoOfATenSecondCut)->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_SwitchBetweenHourAndEmptyTab)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_HoverPeakWithTheHourInView)->Unit(benchmark::kMillisecond);
 

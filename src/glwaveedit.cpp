@@ -27,6 +27,7 @@ extern "C" {
 #include "glkeyaction.h"
 #include "gltheme.h"
 #include "large_buffer.h"
+#include "sample_kernels.h"
 #include "sdl_compat.h"
 
 // The format of all decoded audio in the editor.
@@ -547,20 +548,7 @@ bool GLWaveEdit::ExternalRangeForSpan(double StartSec, double EndSec, double& Mi
         // Both start at 0.0, so the range always contains silence.
         float minAmp = 0.0f;
         float maxAmp = 0.0f;
-        const float channels = static_cast<float>(PcmChannels);
-        for (int64_t f = f0; f <= f1; ++f)
-        {
-            const float* frame = PcmFrames.data() + f * PcmChannels;
-            float mixed = 0.0f;
-            for (int c = 0; c < PcmChannels; ++c)
-                mixed += frame[c];
-            mixed /= channels;
-            // A NaN compares false and changes neither.
-            if (mixed < minAmp)
-                minAmp = mixed;
-            if (mixed > maxAmp)
-                maxAmp = mixed;
-        }
+        SampleKernels::FoldMixRange(PcmFrames.data() + f0 * PcmChannels, f1 - f0 + 1, PcmChannels, minAmp, maxAmp);
         MinOut = std::clamp(static_cast<double>(minAmp), -1.0, 1.0);
         MaxOut = std::clamp(static_cast<double>(maxAmp), -1.0, 1.0);
         return true;
@@ -910,8 +898,10 @@ bool GLWaveEdit::StartPlaybackAt(double RequestedStartSec, std::string* ErrorMes
     if (!AudioPlayer)
         AudioPlayer = std::make_unique<GLDeckAudioPlayer>();
     const double startSec = std::clamp(RequestedStartSec, 0.0, std::max(0.0, DurationSec));
-    // The player keeps its own copy, so no edit can reach what it plays.
-    std::vector<float> framesCopy;
+    // The player keeps its own copy, so no edit can reach what it plays. The
+    // copy goes into the memory of the player's last one (which ends that
+    // playback), so a second play costs a copy, not fresh pages.
+    std::vector<float> framesCopy = AudioPlayer->TakeBackFrames();
     AssignFloats(framesCopy, PcmFrames);
     if (!AudioPlayer->PlayPcm(std::move(framesCopy), PcmSampleRate, PcmChannels, startSec, ErrorMessage))
         return false;
@@ -1209,10 +1199,9 @@ void GLWaveEdit::RequestPasteAtSelection()
             insertFrame = range.StartFrame;
         }
     }
-    // Growth goes through ReserveFloats so a long document lands on huge pages.
-    const size_t needed = PcmFrames.size() + ClipboardFrames.size();
-    if (PcmFrames.capacity() < needed)
-        ReserveFloats(PcmFrames, needed + needed / 4);
+    // Growth goes through ReserveFloats so a long document lands on huge pages
+    // with room for the pastes that follow.
+    ReserveFloats(PcmFrames, PcmFrames.size() + ClipboardFrames.size());
     PcmFrames.insert(PcmFrames.begin() + insertFrame * PcmChannels, ClipboardFrames.begin(), ClipboardFrames.end());
     NoteFramesChanged(insertFrame, -1);
     DurationSec = static_cast<double>(PcmFrames.size() / static_cast<size_t>(PcmChannels)) / PcmSampleRate;
@@ -1254,14 +1243,7 @@ bool GLWaveEdit::ApplyGainPercent(double Percent, std::string* ErrorMessage)
     const float gain = static_cast<float>(std::min(Percent / 100.0, static_cast<double>(FLT_MAX)));
     float* const first = PcmFrames.data() + range.StartFrame * PcmChannels;
     float* const last = PcmFrames.data() + range.EndFrame * PcmChannels;
-    for (float* sample = first; sample != last; ++sample)
-    {
-        // Branch-free so that it vectorises; a NaN sample becomes silence.
-        float product = *sample * gain;
-        product = product == product ? product : 0.0f;
-        product = product < -1.0f ? -1.0f : product;
-        *sample = product > 1.0f ? 1.0f : product;
-    }
+    SampleKernels::ApplyGainClamped(first, last, gain);
     NoteFramesChanged(range.StartFrame, range.EndFrame);
     InvalidateWaveCaches();
 

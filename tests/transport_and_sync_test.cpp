@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "gldeck_audio_player.h"
 #include "test_support.h"
 
 namespace
@@ -290,4 +291,25 @@ TEST(PlaybackWithPlayer, SelectionPlayStartsAtTheLowerBoundAndATinySelectionCoun
     editor.CurrentTimeSec = 0.05;
     ASSERT_TRUE(editor.PlaySelectionOrCurrent());
     EXPECT_EQ(editor.CurrentTimeSec, 0.05);
+}
+
+TEST(PlaybackWithPlayer, EachPlayCopiesTheFramesIntoTheMemoryOfThePlayersLastCopy)
+{
+    TestHost host;
+    GLWaveEdit editor;
+    GivePcm(editor, 1.0);  // 0.1 in every sample
+    ASSERT_TRUE(editor.PlayFromCurrentPosition());
+    GLDeckAudioPlayer& player = *Access::AudioPlayer(editor);
+    std::vector<float> played = player.TakeBackFrames();
+    EXPECT_NE(played.data(), Access::PcmFrames(editor).data());  // a copy of its own
+    EXPECT_TRUE(played == Access::PcmFrames(editor));
+    const float* const memory = played.data();
+    ASSERT_TRUE(player.PlayPcm(std::move(played), 48000, 2, 0.0, nullptr));  // handed back to the player
+
+    ASSERT_TRUE(editor.ApplyGainPercent(50.0));  // every sample 0.05 now
+    ASSERT_TRUE(editor.PlayFromCurrentPosition());
+    EXPECT_TRUE(editor.IsPlaybackActive());
+    played = player.TakeBackFrames();
+    EXPECT_EQ(played.data(), memory);  // refilled, not allocated anew
+    EXPECT_TRUE(played == ConstantFrames(48000, 0.05f, 0.05f));
 }

@@ -1,0 +1,188 @@
+#!/usr/bin/env bash
+# One table of what the editor costs beside what it must at least cost, every
+# pair measured in the same run: opening beside ffmpeg decoding the same file,
+# saving beside ffmpeg encoding the same audio, edits and play starts beside
+# one memcpy of the document's bytes. Ratios are of medians; the last column
+# says whether each target is met.
+#
+# Usage: bench/compare.sh [BUILD_DIR]        (default: build)
+# Environment: RUNS (opens and FLAC saves, default 3), MP3_SAVE_RUNS (default 1:
+# a 50-second run bound by the LAME encoder varies by about a percent),
+# GLWE_BENCH_CACHE (fixture folder, default BUILD_DIR/bench-cache).
+# The first run makes the fixtures (an hour of 44.1 kHz stereo as WAV s16,
+# MP3 192k, Vorbis and FLAC, and the decoded raw float) in a few minutes;
+# later runs take about eight minutes on the 2-core development machine.
+set -euo pipefail
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=$(cd "${1:-$root/build}" && pwd)
+runs=${RUNS:-3}
+mp3SaveRuns=${MP3_SAVE_RUNS:-1}
+cache=${GLWE_BENCH_CACHE:-$build/bench-cache}
+mkdir -p "$cache"
+for tool in ffmpeg python3 /usr/bin/time; do
+  command -v "$tool" >/dev/null || { echo "compare.sh: $tool is needed" >&2; exit 1; }
+done
+for target in bench/edit_bench bench/save_file bench/open_file; do
+  [ -x "$build/$target" ] || { echo "compare.sh: build $build/$target first" >&2; exit 1; }
+done
+
+# --- Fixtures ---
+
+quiet() { ffmpeg -hide_banner -loglevel error -nostdin -y "$@"; }
+fixture() {  # NAME, then the ffmpeg arguments that make it from the WAV
+  local name=$1; shift
+  [ -s "$cache/$name" ] && return
+  echo "making $cache/$name" >&2
+  quiet -i "$cache/hour.wav" "$@" "$cache/$name.part.${name##*.}"
+  mv "$cache/$name.part.${name##*.}" "$cache/$name"
+}
+if [ ! -s "$cache/hour.wav" ]; then
+  echo "making $cache/hour.wav" >&2
+  quiet -f lavfi -i "sine=frequency=440:sample_rate=44100:duration=3600" \
+    -f lavfi -i "anoisesrc=color=pink:amplitude=0.1:sample_rate=44100:duration=3600" \
+    -filter_complex "[0][1]amerge=inputs=2" -c:a pcm_s16le "$cache/hour.part.wav"
+  mv "$cache/hour.part.wav" "$cache/hour.wav"
+fi
+fixture hour.mp3 -c:a libmp3lame -b:a 192k
+fixture hour.ogg -c:a libvorbis
+fixture hour.flac -c:a flac
+# The decoded audio as the editor holds it, for ffmpeg's side of the saves.
+fixture hour.f32 -f f32le -ar 48000 -ac 2
+decodedBytes=$(stat -c %s "$cache/hour.f32")
+
+# --- Measuring ---
+
+results=$(mktemp)
+trap 'rm -f "$results" "$cache"/out.*' EXIT
+record() { echo "$*" >>"$results"; }  # ROW SIDE SECONDS [PEAK_KIB]
+
+# Wall seconds and peak KiB of one run of a command, its output discarded.
+timed() {
+  local log; log=$(mktemp)
+  /usr/bin/time -f "%e %M" -o "$log" "$@" >/dev/null
+  cat "$log"; rm -f "$log"
+}
+
+# The program's batch mode where it has one, else the open_file driver; both
+# decode exactly as the editor opens a file.
+opener="bench/open_file FILE"
+if grep -q -- '--info' "$root/app/main.cpp" 2>/dev/null && [ -x "$build/app/glwaveedit" ]; then
+  opener="glwaveedit FILE --info"
+fi
+timedOpen() {
+  if [ "$opener" = "bench/open_file FILE" ]; then
+    timed "$build/bench/open_file" "$1"
+  else
+    timed "$build/app/glwaveedit" "$1" --info
+  fi
+}
+
+for format in mp3 ogg flac wav; do
+  file=$cache/hour.$format
+  for ((run = 0; run < runs; run++)); do
+    echo "open $format, run $((run + 1)) of $runs" >&2
+    record "open_$format ours $(timedOpen "$file")"
+    record "open_$format anchor $(timed ffmpeg -hide_banner -loglevel error -nostdin -threads 1 -i "$file" \
+      -f f32le -ar 48000 -ac 2 -y /dev/null)"
+  done
+done
+
+echo "saves" >&2
+"$build/bench/save_file" "$cache/hour.flac" "$runs" "$cache/out.flac" | while read -r _ sec; do
+  record "save_flac ours $sec"; done
+"$build/bench/save_file" "$cache/hour.flac" "$mp3SaveRuns" "$cache/out.mp3" | while read -r _ sec; do
+  record "save_mp3 ours $sec"; done
+raw=(-f f32le -ar 48000 -ac 2 -i "$cache/hour.f32")
+for ((run = 0; run < runs; run++)); do
+  record "save_flac anchor $(timed ffmpeg -hide_banner -loglevel error -nostdin -threads 1 "${raw[@]}" \
+    -c:a flac -sample_fmt s32 -bits_per_raw_sample 24 -y "$cache/out.anchor.flac")"
+done
+for ((run = 0; run < mp3SaveRuns; run++)); do
+  record "save_mp3 anchor $(timed ffmpeg -hide_banner -loglevel error -nostdin -threads 1 "${raw[@]}" \
+    -c:a libmp3lame -b:a 192k -y "$cache/out.anchor.mp3")"
+done
+
+echo "edits and play starts (edit_bench)" >&2
+benchJson=$(mktemp)
+"$build/bench/edit_bench" --benchmark_repetitions="$runs" --benchmark_report_aggregates_only=true \
+  --benchmark_format=json >"$benchJson" 2>/dev/null
+
+# --- Table ---
+
+python3 - "$results" "$benchJson" "$decodedBytes" "$opener" <<'PY'
+import json, statistics, sys
+from collections import defaultdict
+
+resultsPath, benchPath, decodedBytes, opener = sys.argv[1], sys.argv[2], int(sys.argv[3]), sys.argv[4]
+seconds, peaks = defaultdict(list), defaultdict(list)
+for line in open(resultsPath):
+    parts = line.split()
+    seconds[(parts[0], parts[1])].append(float(parts[2]))
+    if len(parts) > 3:
+        peaks[(parts[0], parts[1])].append(int(parts[3]))
+median = lambda values: statistics.median(values)
+
+bench = {}
+for entry in json.load(open(benchPath))["benchmarks"]:
+    if entry.get("aggregate_name") == "median":
+        bench[entry["run_name"].split("/")[0]] = entry["real_time"]  # milliseconds
+memcpyMs = bench["BM_MemcpyOfAllFrames"]
+
+rows, misses = [], []
+def row(name, ours, anchor, anchorName, unit, target, why=""):
+    ratio = ours / anchor
+    met = ratio <= target
+    rows.append((name, f"{ours:.3g} {unit}", f"{anchor:.3g} {unit} ({anchorName})", f"{ratio:.2f}",
+                 f"<= {target:g}", "met" if met else "NOT MET"))
+    if not met:
+        misses.append(f"{name}: {ratio:.2f} > {target:g}" + (f" ({why})" if why else ""))
+
+names = {"mp3": "MP3 192k", "ogg": "Vorbis", "flac": "FLAC", "wav": "WAV s16"}
+for fmt in ("mp3", "ogg", "flac", "wav"):
+    target = 1.0 if fmt == "wav" else 0.8
+    row(f"open {names[fmt]}", median(seconds[(f"open_{fmt}", "ours")]),
+        median(seconds[(f"open_{fmt}", "anchor")]), "ffmpeg -threads 1", "s", target,
+        "the decode takes longer than ffmpeg's own on one thread")
+for fmt in ("mp3", "ogg", "flac", "wav"):
+    peakKiB = median(peaks[(f"open_{fmt}", "ours")])
+    ffKiB = median(peaks[(f"open_{fmt}", "anchor")])
+    ratio = peakKiB * 1024 / decodedBytes
+    met = ratio <= 2.1
+    rows.append((f"peak RSS open {names[fmt]}", f"{peakKiB / 1024:.0f} MiB",
+                 f"{decodedBytes / 2**20:.0f} MiB decoded (ffmpeg {ffKiB / 1024:.0f} MiB)", f"{ratio:.2f}",
+                 "<= 2.1", "met" if met else "NOT MET"))
+    if not met:
+        misses.append(f"peak RSS open {names[fmt]}: {ratio:.2f} x the decoded size > 2.1 "
+                      "(the view and the tab's record each hold the whole audio: 2.0 before any buffer of the decoder)")
+for fmt, label in (("flac", "FLAC"), ("mp3", "MP3 192k")):
+    row(f"save {label}", median(seconds[(f"save_{fmt}", "ours")]), median(seconds[(f"save_{fmt}", "anchor")]),
+        "ffmpeg -threads 1", "s", 1.0,
+        "the encoder's own work beyond ffmpeg's")
+
+edits = [("gain on all", "BM_GainOnTheWholeDocument", 2.0),
+         ("cut 10 s", "BM_CutTenSecondsFromTheMiddle", 1.5),
+         ("delete 10 s", "BM_DeleteTenSecondsFromTheMiddle", 1.5),
+         ("paste 10 s, first", "BM_FirstPasteIntoAnOpenedDocument", 1.5),
+         ("paste 10 s, later", "BM_PasteTenSecondsIntoTheMiddle", 1.5),
+         ("play start, first", "BM_FirstPlayStart", None),
+         ("play start, after one play", "BM_PlayStartAfterOnePlay", 1.5)]
+for name, key, target in edits:
+    if target is None:
+        ratio = bench[key] / memcpyMs
+        rows.append((name, f"{bench[key]:.3g} ms", f"{memcpyMs:.3g} ms (memcpy)", f"{ratio:.2f}", "-", "-"))
+    else:
+        row(name, bench[key], memcpyMs, "memcpy", "ms", target, "the edit's own pass plus the store into the tab's record, itself one memcpy")
+cutMs = bench["BM_CutTenSecondsWithHistory"]
+for name, key in (("undo of a 10 s cut", "BM_UndoOfATenSecondCut"), ("redo of a 10 s cut", "BM_RedoOfATenSecondCut")):
+    row(name, bench[key], cutMs, "the cut, history on", "ms", 1.0, "the region swap moves more than the cut did")
+
+print(f"Opening timed as `{opener}`; medians of the runs; decoded size {decodedBytes / 1e9:.2f} GB.")
+header = ("What", "Ours", "Anchor", "Ratio", "Target", "")
+widths = [max(len(str(r[i])) for r in rows + [header]) for i in range(6)]
+for r in [header, tuple("-" * w for w in widths)] + rows:
+    print("| " + " | ".join(str(c).ljust(w) for c, w in zip(r, widths)) + " |")
+print()
+print("All targets met." if not misses else "Targets not met:\n  " + "\n  ".join(misses))
+PY
+rm -f "$benchJson"
