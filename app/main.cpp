@@ -292,6 +292,30 @@ void RememberState(Program& App)
         std::fprintf(stderr, "glwaveedit: settings not saved: %s\n", error.c_str());
 }
 
+// The longest stretch the loop was busy between two waits: how long the
+// window could not draw. Printed at exit when GLWE_FRAME_STATS is set, for
+// bench/frame_gaps.sh.
+struct FrameTimes
+{
+    const bool bShow = std::getenv("GLWE_FRAME_STATS") != nullptr;
+    double LongestMs = 0.0;
+    long Frames = 0;
+    void Note(Uint64 BusyFrom)
+    {
+        const double ms = 1000.0 * static_cast<double>(SDL_GetPerformanceCounter() - BusyFrom) /
+                          static_cast<double>(SDL_GetPerformanceFrequency());
+        LongestMs = std::max(LongestMs, ms);
+        ++Frames;
+        if (bShow && ms > 50.0)
+            std::fprintf(stderr, "glwaveedit: frame %ld busy %.1f ms\n", Frames, ms);
+    }
+    void Report() const
+    {
+        if (bShow)
+            std::fprintf(stderr, "glwaveedit: %ld frames, longest busy stretch %.1f ms\n", Frames, LongestMs);
+    }
+};
+
 bool HasDisplay()
 {
     for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "SDL_VIDEODRIVER"})
@@ -403,10 +427,13 @@ int main(int argc, char** argv)
     int exitCode = 0;
     std::string title;
     Uint32 lastFrameMs = SDL_GetTicks();
+    FrameTimes times;
     for (int frame = 1; !app.bQuit; ++frame)
     {
         SDL_Event event;
-        if (options.ScreenshotPath.empty() && WaitForEvent(app, event, SDL_GetTicks() - lastFrameMs))
+        const bool waited = options.ScreenshotPath.empty() && WaitForEvent(app, event, SDL_GetTicks() - lastFrameMs);
+        const Uint64 busyFrom = SDL_GetPerformanceCounter();
+        if (waited)
             HandleEvent(app, pointer, event);
         while (SDL_PollEvent(&event))
             HandleEvent(app, pointer, event);
@@ -419,7 +446,9 @@ int main(int argc, char** argv)
             app.bQuit = true;
         }
         SDL_GL_SwapWindow(window);
+        times.Note(busyFrom);
     }
+    times.Report();
     if (options.ScreenshotPath.empty())
         RememberState(app);
     app.Recovery.ForgetAll();  // a clean end: every change was saved or let go
