@@ -45,6 +45,7 @@
 #include "glchildwindow.h"
 #include "glcolor.h"
 #include "signalslot.h"
+#include "wave_summary.h"
 
 class GLDeckAudioPlayer;
 
@@ -60,6 +61,16 @@ public:
         double TimeSec = 0.0;  // centre time of the column
         double MinAmp = 0.0;   // lowest amplitude, -1.0..1.0
         double MaxAmp = 0.0;   // highest amplitude, -1.0..1.0
+    };
+
+    // One column of one trace (a channel or the mix), as drawn.
+    struct TraceColumn
+    {
+        float MinAmp = 0.0f;   // -1.0..1.0
+        float MaxAmp = 0.0f;   // -1.0..1.0
+        float RmsAmp = -1.0f;  // negative where the source has none
+        bool bClipHigh = false;  // a sample at or above +1.0
+        bool bClipLow = false;   // a sample at or below -1.0
     };
 
 private:
@@ -132,6 +143,9 @@ public:
     bool bShowGrid = true;
     bool bShowSelection = true;
     bool bWaveFill = true;
+    bool bChannelLanes = true;   // a lane per PCM channel; false: one trace of the channel mix
+    bool bAmplitudeDb = false;   // amplitude scale in dBFS instead of -1..1
+    double AmplitudeZoom = 1.0;  // vertical zoom: 1 shows full scale, 2 half of it (at least 1)
 
     // Host hooks, called synchronously on the frame thread. An empty one
     // counts as absent.
@@ -415,42 +429,59 @@ public:
     void Render(GLdouble X1Clip, GLdouble Y1Clip, GLdouble X2Clip, GLdouble Y2Clip, GLdouble OffsetX,
                 GLdouble OffsetY) override;
     void Render(GLdouble OffsetX, GLdouble OffsetY) override;
+    // "1:02.345 / 3:00.000": the play position and the duration to the
+    // millisecond, both with the duration's fields, so that the text keeps
+    // its width while playing; for a host's status bar.
+    std::string PlayPositionText() const;
 
 private:
     double NiceTimeStep(double RoughStepSec) const;
     std::string FormatTimeLabel(double TimeSec) const;
 
-    // Min/max of the channel mix over fixed blocks of frames, so that a column
-    // of an hour-long view reads a few thousand values instead of millions.
-    struct MixSummaryLevel
+    // A waveform summary per document, keyed by its id and kept current by
+    // NoteFramesChanged; dropped lazily once its tab is gone.
+    struct DocumentSummary
     {
-        int64_t FramesPerBlock = 1;
-        std::vector<float> MinAmp;
-        std::vector<float> MaxAmp;
+        uint64_t DocumentId = 0;
+        WaveSummary Summary;
+        uint64_t Revision = 0;      // bumped by every change of the frames
+        bool bBuilt = false;        // false: the next use builds it whole
+        bool bPending = false;      // a change waits to be folded in
+        int64_t PendingFirst = 0;   // first changed frame
+        int64_t PendingEnd = 0;     // end of the change; < 0: to the end
     };
-    std::vector<MixSummaryLevel> MixSummary;  // finest level first
-    const float* MixSummaryData = nullptr;    // PcmFrames.data() it was built from
-    size_t MixSummarySize = 0;                // PcmFrames.size() it was built from
+    std::vector<DocumentSummary> Summaries;
+    uint64_t CachedSummaryId = 0;        // summary the columns were made from
+    uint64_t CachedSummaryRevision = 0;
+    int CachedTraceCount = 0;                     // traces per column below
+    std::vector<TraceColumn> CachedTraceColumns;  // trace-major: trace * columns + column
 
     bool IsPcmUsable() const;
-    void RebuildMixSummary();
-    float MixedFrame(int64_t Frame) const;
-    void FoldMixRange(int Level, int64_t First, int64_t Last, float& OutMin, float& OutMax) const;
-    void MixedRangeForFrames(int64_t FirstFrame, int64_t LastFrame, double& OutMin, double& OutMax) const;
-    bool PcmColumns(int ColumnCount);
+    DocumentSummary* FindSummary(uint64_t DocumentId);
+    const WaveSummary* CurrentSummary();
+    bool PcmColumns(int ColumnCount, const WaveSummary& Summary);
+    void TraceColumnsFromSamples();
     bool LodProviderColumns(int ColumnCount);
     bool RangeColumns(int ColumnCount);
     bool RefreshRenderColumns(int ColumnCount, double WidthPx);
 
+    std::string FormatAxisTime(double TimeSec, double StepSec) const;
+    double AxisTimeStep() const;
     int TextSizePx() const;
     void RenderFrame() const;
     void RenderTabBar() const;
     void RenderTabMenu() const;
     void RenderGrid(double StepSec) const;
+    int LaneCount() const;
+    void LaneBounds(int Lane, double& OutTop, double& OutBottom) const;
+    double AmpY(double Amp, double Top, double Bottom) const;
     void RenderWaveform();
+    void RenderLaneColumns(int Trace, double Top, double Bottom) const;
+    void RenderLaneSamples(int Trace, double Top, double Bottom) const;
+    void RenderAmplitudeScale(int Lane, double Top, double Bottom) const;
     void RenderSelection() const;
     void RenderMarkers() const;
+    void RenderHoverReadout(double StepSec) const;
     void RenderTimeLabels(double StepSec) const;
-    void RenderStatusLine() const;
     void RenderCentredMessage() const;
 };

@@ -1,11 +1,13 @@
-// GLWaveEdit's render side: the window, tab bar, plot, waveform, selection,
-// markers, time labels and tab menu, drawn with the fixed-function pipeline
-// in normalised coordinates. Tabs, close boxes and the menu use the same
-// geometry as the hit tests, so that what is seen is what is hit.
+// GLWaveEdit's render side: the window, tab bar, plot, channel lanes with
+// their amplitude scales, selection, markers, time labels and tab menu, drawn
+// with the fixed-function pipeline in normalised coordinates. Tabs, close
+// boxes and the menu use the same geometry as the hit tests, so that what is
+// seen is what is hit.
 //
 // Sections, in order:
-//   Time axis     NiceTimeStep, FormatTimeLabel
-//   Columns       the mix summary and the render cache of waveform columns
+//   Time axis     NiceTimeStep, FormatTimeLabel, axis labels, PlayPositionText
+//   Summaries     one WaveSummary per document, kept current by NoteFramesChanged
+//   Columns       the render cache of waveform columns, per trace
 //   Drawing       Render and its parts
 
 #include "glwaveedit.h"
@@ -22,9 +24,6 @@
 // Widest column count drawn; beyond it a column is narrower than a pixel on
 // any real screen.
 static constexpr int kMaxColumns = 8192;
-// Frames per block of the fine summary level, and fine blocks per coarse one.
-static constexpr int64_t kFramesPerFineBlock = 256;
-static constexpr int64_t kFineBlocksPerCoarse = 64;
 // Bounds of a time axis step: below a tenth of a millisecond labels would not
 // differ, and above some thirty years the ladder's arithmetic gains nothing.
 static constexpr double kMinTickStepSec = 1e-4;
@@ -33,60 +32,198 @@ static constexpr double kMaxTickStepSec = 1e9;
 static constexpr int kMaxTicks = 64;
 static constexpr int kFallbackTextPx = 13;
 static const char* const kEllipsis = "\xE2\x80\xA6";
+static const char* const kMinusInfinity = "-\xE2\x88\x9E";
 
 // --- Time axis ---
 
 // Smallest of 1, 2, 5 times a power of ten that is at least X (X > 0).
-static double LadderStep(double X)
+static double DecadeStep(double X)
 {
     const double decade = std::pow(10.0, std::floor(std::log10(X)));
     for (const double mantissa : {1.0, 2.0, 5.0})
-        if (mantissa * decade >= X)
+        if (mantissa * decade >= X * (1.0 - 1e-12))
             return mantissa * decade;
     return 10.0 * decade;
 }
 
-// Seconds on a 1-2-5 ladder up to 50 s; from there whole minutes on the same
-// ladder, so that long views get labels such as 1:00, 2:00, 5:00.
+// Below a second 1-2-5 decades; then 1, 2, 5, 10, 15, 30 seconds, the same
+// minutes and the same hours; past 30 hours 1-2-5 decades of hours.
 double GLWaveEdit::NiceTimeStep(double RoughStepSec) const
 {
     if (!(RoughStepSec > 0.0))
         return kMinTickStepSec;
     const double rough = std::clamp(RoughStepSec, kMinTickStepSec, kMaxTickStepSec);
-    if (rough <= 50.0)
-        return LadderStep(rough);
-    return 60.0 * LadderStep(rough / 60.0);
+    if (rough < 1.0)
+        return DecadeStep(rough);
+    for (const double unitSec : {1.0, 60.0, 3600.0})
+        for (const double count : {1.0, 2.0, 5.0, 10.0, 15.0, 30.0})
+            if (count * unitSec >= rough)
+                return count * unitSec;
+    return 3600.0 * DecadeStep(rough / 3600.0);
+}
+
+// TimeSec rounded to Decimals, as seconds ("12.5s", Fields 1), m:ss (2) or
+// h:mm:ss (3); Fields 0 picks by the rounded magnitude. LeadWidth pads the
+// leading field with zeros; bTrimZeros drops trailing zeros of the fraction.
+static std::string ClockText(double TimeSec, int Decimals, int Fields, int LeadWidth, bool bTrimZeros)
+{
+    if (!std::isfinite(TimeSec))
+        return "--";
+    long long scale = 1;
+    for (int i = 0; i < Decimals; ++i)
+        scale *= 10;
+    const double magnitude = std::min(std::fabs(TimeSec), 1e12);
+    const long long units = std::llround(magnitude * static_cast<double>(scale));
+    const long long wholeSec = units / scale;
+    const long long fraction = units % scale;
+
+    std::string fractionText;
+    if (Decimals > 0 && !(bTrimZeros && fraction == 0))
+    {
+        const std::string digits = std::to_string(fraction);
+        fractionText = "." + std::string(static_cast<size_t>(Decimals) - digits.size(), '0') + digits;
+        while (bTrimZeros && fractionText.back() == '0')
+            fractionText.pop_back();
+    }
+    if (Fields == 0)
+        Fields = wholeSec < 60 ? 1 : (wholeSec < 3600 ? 2 : 3);
+    const char* sign = (TimeSec < 0.0 && units != 0) ? "-" : "";
+    char text[80];
+    if (Fields == 1)
+        std::snprintf(text, sizeof(text), "%s%0*lld%ss", sign, LeadWidth, wholeSec, fractionText.c_str());
+    else if (Fields == 2)
+        std::snprintf(text, sizeof(text), "%s%0*lld:%02lld%s", sign, LeadWidth, wholeSec / 60, wholeSec % 60,
+                      fractionText.c_str());
+    else
+        std::snprintf(text, sizeof(text), "%s%0*lld:%02lld:%02lld%s", sign, LeadWidth, wholeSec / 3600,
+                      wholeSec / 60 % 60, wholeSec % 60, fractionText.c_str());
+    return text;
 }
 
 // "0s", "0.25s", "12.5s" under a minute, "1:05" and "1:05.5" under an hour,
 // "1:02:03" beyond; to a tenth of a millisecond, trailing zeros dropped.
 std::string GLWaveEdit::FormatTimeLabel(double TimeSec) const
 {
-    if (!std::isfinite(TimeSec))
-        return "--";
-    constexpr long long kTicksPerSec = 10000;
-    const double magnitude = std::min(std::fabs(TimeSec), 1e12);
-    const long long ticks = std::llround(magnitude * kTicksPerSec);
-    const long long wholeSec = ticks / kTicksPerSec;
-    const long long fraction = ticks % kTicksPerSec;
+    return ClockText(TimeSec, 4, 0, 1, true);
+}
 
-    char fractionText[16] = "";
-    if (fraction != 0)
+// Decimals that tell ticks StepSec apart: none for whole seconds, one for
+// tenths and halves, three for milliseconds.
+static int DecimalsForStep(double StepSec)
+{
+    if (!(StepSec > 0.0) || StepSec >= 1.0 - 1e-9)
+        return 0;
+    return std::clamp(static_cast<int>(std::ceil(-std::log10(StepSec) - 1e-9)), 1, 4);
+}
+
+// Fields that the largest magnitude on display needs.
+static int FieldsForMagnitude(double MaxSec)
+{
+    const double magnitude = std::fabs(MaxSec);
+    return magnitude >= 3600.0 ? 3 : (magnitude >= 60.0 ? 2 : 1);
+}
+
+// A label of the time axis now in view: every label of one axis has the same
+// fields and decimals, rounded to them, so 2:59.9996 at milliseconds is 3:00.000.
+std::string GLWaveEdit::FormatAxisTime(double TimeSec, double StepSec) const
+{
+    const double largestSec = std::max(std::fabs(ViewStartSec), std::fabs(ViewEndSec));
+    return ClockText(TimeSec, DecimalsForStep(StepSec), FieldsForMagnitude(largestSec), 1, false);
+}
+
+std::string GLWaveEdit::PlayPositionText() const
+{
+    const double duration = std::max(DurationSec, 0.0);
+    const int fields = std::max(FieldsForMagnitude(duration), 2);
+    // The leading field as wide as the duration's, so the text never changes width.
+    const long long wholeSec = std::llround(duration * 1000.0) / 1000;
+    const long long lead = fields == 3 ? wholeSec / 3600 : wholeSec / 60;
+    const int leadWidth = lead >= 10 ? static_cast<int>(std::to_string(lead).size()) : 1;
+    const double position = std::clamp(DisplayedTimeSec(), 0.0, duration);
+    return ClockText(position, 3, fields, leadWidth, false) + " / " + ClockText(duration, 3, fields, leadWidth, false);
+}
+
+// --- Summaries ---
+
+bool GLWaveEdit::IsPcmUsable() const
+{
+    return bUsePcmFrames && !PcmFrames.empty() && PcmChannels > 0 && PcmSampleRate > 0;
+}
+
+GLWaveEdit::DocumentSummary* GLWaveEdit::FindSummary(uint64_t DocumentId)
+{
+    for (DocumentSummary& entry : Summaries)
+        if (entry.DocumentId == DocumentId)
+            return &entry;
+    return nullptr;
+}
+
+// An edit only marks what changed; the next use folds it in, so a burst of
+// edits between two frames costs one update.
+void GLWaveEdit::NoteFramesChanged(int64_t FirstFrame, int64_t EndFrame)
+{
+    DocumentSummary* entry = FindSummary(ActiveDocumentId());
+    if (!entry)
+        return;
+    ++entry->Revision;
+    if (!entry->bBuilt)
+        return;
+    const int64_t first = std::max<int64_t>(FirstFrame, 0);
+    if (!entry->bPending)
     {
-        std::snprintf(fractionText, sizeof(fractionText), ".%04lld", fraction);
-        for (size_t end = std::char_traits<char>::length(fractionText); fractionText[end - 1] == '0'; --end)
-            fractionText[end - 1] = '\0';
+        entry->PendingFirst = first;
+        entry->PendingEnd = EndFrame;
     }
-    const char* sign = (TimeSec < 0.0 && ticks != 0) ? "-" : "";
-    char text[64];
-    if (wholeSec < 60)
-        std::snprintf(text, sizeof(text), "%s%lld%ss", sign, wholeSec, fractionText);
-    else if (wholeSec < 3600)
-        std::snprintf(text, sizeof(text), "%s%lld:%02lld%s", sign, wholeSec / 60, wholeSec % 60, fractionText);
     else
-        std::snprintf(text, sizeof(text), "%s%lld:%02lld:%02lld%s", sign, wholeSec / 3600, wholeSec / 60 % 60,
-                      wholeSec % 60, fractionText);
-    return text;
+    {
+        entry->PendingFirst = std::min(entry->PendingFirst, first);
+        entry->PendingEnd = (EndFrame < 0 || entry->PendingEnd < 0) ? -1 : std::max(entry->PendingEnd, EndFrame);
+    }
+    entry->bPending = true;
+}
+
+// The active document's summary, current with its frames; null without PCM.
+// Summaries of closed tabs go here too. Without a tab (frames set directly)
+// there is no id to follow edits by, so the summary is rebuilt whenever the
+// caches were invalidated.
+const WaveSummary* GLWaveEdit::CurrentSummary()
+{
+    Summaries.erase(std::remove_if(Summaries.begin(), Summaries.end(),
+                                   [this](const DocumentSummary& Entry) {
+                                       return Entry.DocumentId != 0 &&
+                                              std::find(DocumentIds.begin(), DocumentIds.end(), Entry.DocumentId) ==
+                                                  DocumentIds.end();
+                                   }),
+                    Summaries.end());
+    if (!IsPcmUsable())
+        return nullptr;
+    const uint64_t id = ActiveDocumentId();
+    DocumentSummary* entry = FindSummary(id);
+    if (!entry)
+    {
+        Summaries.emplace_back();
+        entry = &Summaries.back();
+        entry->DocumentId = id;
+    }
+    const int64_t frameCount = static_cast<int64_t>(PcmFrames.size()) / PcmChannels;
+    WaveSummary& summary = entry->Summary;
+    // A length or shape that no noted change explains means frames were
+    // replaced behind the summary's back: start again.
+    const bool bUnexplained = summary.Channels() != PcmChannels ||
+                              (summary.FrameCount() != frameCount && !(entry->bPending && entry->PendingEnd < 0));
+    if (!entry->bBuilt || bUnexplained || (id == 0 && !bRenderSamplesValid))
+    {
+        summary.Build(PcmFrames.data(), frameCount, PcmChannels);
+        entry->bBuilt = true;
+        entry->bPending = false;
+        ++entry->Revision;
+    }
+    else if (entry->bPending)
+    {
+        summary.Update(PcmFrames.data(), frameCount, PcmChannels, entry->PendingFirst, entry->PendingEnd);
+        entry->bPending = false;
+    }
+    return &summary;
 }
 
 // --- Columns ---
@@ -103,114 +240,29 @@ static double BoundedAmp(double Amp)
     return Amp == Amp ? std::clamp(Amp, -1.0, 1.0) : 0.0;
 }
 
-bool GLWaveEdit::IsPcmUsable() const
+static GLWaveEdit::TraceColumn TraceColumnOf(float MinAmp, float MaxAmp, float RmsAmp)
 {
-    return bUsePcmFrames && !PcmFrames.empty() && PcmChannels > 0 && PcmSampleRate > 0;
+    GLWaveEdit::TraceColumn column;
+    column.MinAmp = static_cast<float>(BoundedAmp(MinAmp));
+    column.MaxAmp = static_cast<float>(BoundedAmp(MaxAmp));
+    column.RmsAmp = RmsAmp;
+    column.bClipHigh = MaxAmp >= 1.0f;
+    column.bClipLow = MinAmp <= -1.0f;
+    return column;
 }
 
-// The channel mix of one frame, summed and divided in float like the span query.
-float GLWaveEdit::MixedFrame(int64_t Frame) const
-{
-    const float* frame = PcmFrames.data() + Frame * PcmChannels;
-    float mixed = 0.0f;
-    for (int c = 0; c < PcmChannels; ++c)
-        mixed += frame[c];
-    return mixed / static_cast<float>(PcmChannels);
-}
-
-void GLWaveEdit::RebuildMixSummary()
-{
-    MixSummary.clear();
-    MixSummaryData = PcmFrames.data();
-    MixSummarySize = PcmFrames.size();
-    const int64_t frameCount = static_cast<int64_t>(PcmFrames.size()) / PcmChannels;
-
-    // Every block starts from 0.0, as the span query does.
-    MixSummaryLevel fine;
-    fine.FramesPerBlock = kFramesPerFineBlock;
-    const int64_t fineCount = (frameCount + kFramesPerFineBlock - 1) / kFramesPerFineBlock;
-    fine.MinAmp.assign(static_cast<size_t>(fineCount), 0.0f);
-    fine.MaxAmp.assign(static_cast<size_t>(fineCount), 0.0f);
-    for (int64_t b = 0; b < fineCount; ++b)
-    {
-        const int64_t last = std::min((b + 1) * kFramesPerFineBlock, frameCount) - 1;
-        FoldMixRange(-1, b * kFramesPerFineBlock, last, fine.MinAmp[static_cast<size_t>(b)],
-                     fine.MaxAmp[static_cast<size_t>(b)]);
-    }
-
-    MixSummaryLevel coarse;
-    coarse.FramesPerBlock = kFramesPerFineBlock * kFineBlocksPerCoarse;
-    const int64_t coarseCount = (fineCount + kFineBlocksPerCoarse - 1) / kFineBlocksPerCoarse;
-    coarse.MinAmp.assign(static_cast<size_t>(coarseCount), 0.0f);
-    coarse.MaxAmp.assign(static_cast<size_t>(coarseCount), 0.0f);
-    for (int64_t b = 0; b < fineCount; ++b)
-    {
-        const size_t block = static_cast<size_t>(b / kFineBlocksPerCoarse);
-        coarse.MinAmp[block] = std::min(coarse.MinAmp[block], fine.MinAmp[static_cast<size_t>(b)]);
-        coarse.MaxAmp[block] = std::max(coarse.MaxAmp[block], fine.MaxAmp[static_cast<size_t>(b)]);
-    }
-    MixSummary.push_back(std::move(fine));
-    MixSummary.push_back(std::move(coarse));
-}
-
-// Folds the mix over First..Last (both included) into OutMin and OutMax:
-// whole blocks of Level, the ragged ends through the next finer level, and
-// single frames below the finest.
-void GLWaveEdit::FoldMixRange(int Level, int64_t First, int64_t Last, float& OutMin, float& OutMax) const
-{
-    if (First > Last)
-        return;
-    if (Level < 0)
-    {
-        for (int64_t f = First; f <= Last; ++f)
-        {
-            // A NaN compares false and changes neither.
-            const float mixed = MixedFrame(f);
-            if (mixed < OutMin)
-                OutMin = mixed;
-            if (mixed > OutMax)
-                OutMax = mixed;
-        }
-        return;
-    }
-    const MixSummaryLevel& level = MixSummary[static_cast<size_t>(Level)];
-    const int64_t size = level.FramesPerBlock;
-    const int64_t firstBlock = (First + size - 1) / size;
-    const int64_t endBlock = (Last + 1) / size;  // blocks before it end within the range
-    if (firstBlock >= endBlock)
-    {
-        FoldMixRange(Level - 1, First, Last, OutMin, OutMax);
-        return;
-    }
-    FoldMixRange(Level - 1, First, firstBlock * size - 1, OutMin, OutMax);
-    for (int64_t b = firstBlock; b < endBlock; ++b)
-    {
-        OutMin = std::min(OutMin, level.MinAmp[static_cast<size_t>(b)]);
-        OutMax = std::max(OutMax, level.MaxAmp[static_cast<size_t>(b)]);
-    }
-    FoldMixRange(Level - 1, endBlock * size, Last, OutMin, OutMax);
-}
-
-// Min and max of the mix over FirstFrame..LastFrame, both included, from 0.0
-// like the span query. Min and max are associative, so reading whole blocks
-// from the summary gives exactly what a scan of every frame gives.
-void GLWaveEdit::MixedRangeForFrames(int64_t FirstFrame, int64_t LastFrame, double& OutMin, double& OutMax) const
-{
-    float minAmp = 0.0f;
-    float maxAmp = 0.0f;
-    FoldMixRange(static_cast<int>(MixSummary.size()) - 1, FirstFrame, LastFrame, minAmp, maxAmp);
-    OutMin = std::clamp(static_cast<double>(minAmp), -1.0, 1.0);
-    OutMax = std::clamp(static_cast<double>(maxAmp), -1.0, 1.0);
-}
-
-bool GLWaveEdit::PcmColumns(int ColumnCount)
+// Every column of every trace from the summary; the mix also into
+// CachedRenderSamples, where it equals the span query column by column.
+bool GLWaveEdit::PcmColumns(int ColumnCount, const WaveSummary& Summary)
 {
     CachedRenderSamples.clear();
-    if (!IsPcmUsable())
-        return false;
-    const int64_t frameCount = static_cast<int64_t>(PcmFrames.size()) / PcmChannels;
+    const int64_t frameCount = Summary.FrameCount();
     if (frameCount == 0)
         return false;
+    const int traces = Summary.Traces();
+    CachedTraceCount = traces;
+    CachedTraceColumns.assign(static_cast<size_t>(traces) * ColumnCount, TraceColumn{});
+    std::vector<WaveSummary::Stats> stats(static_cast<size_t>(traces));
     const double spanSec = std::max(ViewEndSec - ViewStartSec, 1e-9);
     CachedRenderSamples.reserve(static_cast<size_t>(ColumnCount));
     for (int i = 0; i < ColumnCount; ++i)
@@ -222,12 +274,39 @@ bool GLWaveEdit::PcmColumns(int ColumnCount)
         int64_t f1 = BoundedIndex(std::ceil(t1 * PcmSampleRate), frameCount - 1);
         if (f1 < f0)
             std::swap(f0, f1);
-        WaveSample column;
-        column.TimeSec = t0 + (t1 - t0) * 0.5;
-        MixedRangeForFrames(f0, f1, column.MinAmp, column.MaxAmp);
-        CachedRenderSamples.push_back(column);
+        Summary.FoldFrames(PcmFrames.data(), f0, f1, stats.data());
+        const double frames = static_cast<double>(f1 - f0 + 1);
+        bool bAnyHigh = false;
+        bool bAnyLow = false;
+        for (int t = 0; t < traces; ++t)
+        {
+            TraceColumn column =
+                TraceColumnOf(stats[t].MinAmp, stats[t].MaxAmp, static_cast<float>(std::sqrt(stats[t].SumSquares / frames)));
+            // The mix clips where any channel does, though averaging may hide it.
+            if (t == Summary.MixTrace())
+            {
+                column.bClipHigh = bAnyHigh;
+                column.bClipLow = bAnyLow;
+            }
+            bAnyHigh = bAnyHigh || column.bClipHigh;
+            bAnyLow = bAnyLow || column.bClipLow;
+            CachedTraceColumns[static_cast<size_t>(t) * ColumnCount + i] = column;
+        }
+        const WaveSummary::Stats& mix = stats[static_cast<size_t>(Summary.MixTrace())];
+        CachedRenderSamples.push_back(WaveSample{t0 + (t1 - t0) * 0.5, std::clamp(double(mix.MinAmp), -1.0, 1.0),
+                                                 std::clamp(double(mix.MaxAmp), -1.0, 1.0)});
     }
     return true;
+}
+
+// One trace, without RMS, for the sources that give min and max alone.
+void GLWaveEdit::TraceColumnsFromSamples()
+{
+    CachedTraceCount = 1;
+    CachedTraceColumns.clear();
+    for (const WaveSample& column : CachedRenderSamples)
+        CachedTraceColumns.push_back(
+            TraceColumnOf(static_cast<float>(column.MinAmp), static_cast<float>(column.MaxAmp), -1.0f));
 }
 
 bool GLWaveEdit::LodProviderColumns(int ColumnCount)
@@ -265,40 +344,38 @@ bool GLWaveEdit::RangeColumns(int ColumnCount)
 }
 
 // Columns for the visible span, reused while the view, the column count and
-// the data are unchanged. Frames are summarised once per change of the data,
-// which is what keeps a view that follows playback cheap on long documents.
+// the summary's revision are unchanged. The summary itself follows edits and
+// survives selection changes and tab switches, so a new view costs only a
+// few folds per column.
 bool GLWaveEdit::RefreshRenderColumns(int ColumnCount, double WidthPx)
 {
     const int columnCount = std::clamp(ColumnCount, 1, kMaxColumns);
-    const bool pcmUsable = IsPcmUsable();
-    const bool summaryCurrent = MixSummaryData == PcmFrames.data() && MixSummarySize == PcmFrames.size();
+    const WaveSummary* summary = CurrentSummary();
+    const uint64_t id = ActiveDocumentId();
+    const DocumentSummary* entry = summary ? FindSummary(id) : nullptr;
+    const uint64_t revision = entry ? entry->Revision : 0;
     // A host still loading changes its answers without telling the editor.
     const bool hostLoading = IsPreloadingProvider && IsPreloadingProvider();
     const bool keyUnchanged = CachedRenderStartSec == ViewStartSec && CachedRenderEndSec == ViewEndSec &&
-                              CachedRenderSampleCount == columnCount && CachedRenderWidthPx == WidthPx;
-    if (bRenderSamplesValid && summaryCurrent && keyUnchanged && !hostLoading)
+                              CachedRenderSampleCount == columnCount && CachedRenderWidthPx == WidthPx &&
+                              CachedSummaryId == id && CachedSummaryRevision == revision;
+    if (bRenderSamplesValid && keyUnchanged && !hostLoading)
         return !CachedRenderSamples.empty();
 
-    if (!pcmUsable)
-    {
-        MixSummary.clear();
-        MixSummaryData = nullptr;
-        MixSummarySize = 0;
-    }
-    else if (!bRenderSamplesValid || !summaryCurrent)
-    {
-        RebuildMixSummary();
-    }
-
     // Sources in the order of the span query's chain, the cheapest way to each.
-    if (!PcmColumns(columnCount) &&
-        !ExternalLodForSpan(ViewStartSec, ViewEndSec, columnCount, CachedRenderSamples) &&
-        !LodProviderColumns(columnCount))
-        RangeColumns(columnCount);
+    if (!(summary && PcmColumns(columnCount, *summary)))
+    {
+        if (!ExternalLodForSpan(ViewStartSec, ViewEndSec, columnCount, CachedRenderSamples) &&
+            !LodProviderColumns(columnCount))
+            RangeColumns(columnCount);
+        TraceColumnsFromSamples();
+    }
     CachedRenderStartSec = ViewStartSec;
     CachedRenderEndSec = ViewEndSec;
     CachedRenderSampleCount = columnCount;
     CachedRenderWidthPx = WidthPx;
+    CachedSummaryId = id;
+    CachedSummaryRevision = revision;
     bRenderSamplesValid = true;
     return !CachedRenderSamples.empty();
 }
@@ -364,10 +441,11 @@ static void VerticalLine(double X, double Y1, double Y2)
     glEnd();
 }
 
+// A font that is not loaded still estimates, so layout holds without one.
 static double TextWidth(const std::string& Text, int SizePx)
 {
-    TTF* ttf = TextRenderer();
-    return ttf ? ttf->MeasureTextPx(Text, SizePx) * PixelX() : 0.0;
+    TTF* ttf = (p && p->pRend) ? p->pRend->pTTF : nullptr;
+    return (ttf ? ttf->MeasureTextPx(Text, SizePx) : 0.6 * SizePx * Text.size()) * PixelX();
 }
 
 static void DrawTextAt(const std::string& Text, double X, double BaselineY, int SizePx)
@@ -504,9 +582,72 @@ void GLWaveEdit::RenderTabMenu() const
 // bounded, since a clamped step may be far below a huge span.
 static int TickRange(double ViewStartSec, double ViewEndSec, double StepSec, double& OutFirstSec)
 {
-    OutFirstSec = std::ceil(ViewStartSec / StepSec) * StepSec;
+    OutFirstSec = std::ceil(ViewStartSec / StepSec - 1e-9) * StepSec;
     const double count = std::floor((ViewEndSec - OutFirstSec) / StepSec + 1e-9) + 1.0;
     return static_cast<int>(std::clamp(count, 0.0, static_cast<double>(kMaxTicks * 10)));
+}
+
+// About DesiredXTicks steps over the view, or finer ones while their labels
+// still fit side by side with room between them.
+double GLWaveEdit::AxisTimeStep() const
+{
+    const double spanSec = ViewEndSec - ViewStartSec;
+    double step = NiceTimeStep(spanSec / std::clamp(DesiredXTicks, 1, kMaxTicks));
+    if (!(spanSec > 0.0))
+        return step;
+    const int textPx = TextSizePx();
+    const double widthPx = (PlotX2 - PlotX1) / PixelX();
+    for (;;)
+    {
+        // The ladder value just below step: the ladder's ratios are at most 2.5.
+        double finer = NiceTimeStep(step / 3.0);
+        for (double next = NiceTimeStep(finer * 1.000001); next < step * (1.0 - 1e-9);
+             next = NiceTimeStep(finer * 1.000001))
+            finer = next;
+        if (!(finer < step) || spanSec / finer > kMaxTicks)
+            return step;
+        const double labelPx = std::max(TextWidth(FormatAxisTime(ViewStartSec, finer), textPx),
+                                        TextWidth(FormatAxisTime(ViewEndSec, finer), textPx)) /
+                               PixelX();
+        if (spanSec / finer * (labelPx + 3.0 * textPx) > widthPx)
+            return step;
+        step = finer;
+    }
+}
+
+// Colours the render side derives from the ones Init made.
+static GLColor Blend(const GLColor& From, const GLColor& To, float T, float Alpha)
+{
+    return GLColor(From.R + (To.R - From.R) * T, From.G + (To.G - From.G) * T, From.B + (To.B - From.B) * T, Alpha);
+}
+
+static const GLColor kWhite(1.0f, 1.0f, 1.0f, 1.0f);
+static const GLColor kClipColor(1.0f, 0.18f, 0.16f, 1.0f);
+
+// A lane per channel of PCM (unless mixed to one), one for everything else.
+int GLWaveEdit::LaneCount() const
+{
+    return (bChannelLanes && CachedTraceCount > 2) ? CachedTraceCount - 1 : 1;
+}
+
+void GLWaveEdit::LaneBounds(int Lane, double& OutTop, double& OutBottom) const
+{
+    const double height = (PlotY1 - PlotY2) / LaneCount();
+    OutTop = PlotY1 - Lane * height;
+    OutBottom = OutTop - height;
+}
+
+static double EffectiveZoom(double Zoom)
+{
+    return Zoom == Zoom ? std::clamp(Zoom, 1.0, 1e4) : 1.0;
+}
+
+// Amplitude to y in a lane, a few pixels inside its edges; what the zoom
+// pushes beyond full height stays on the edge.
+double GLWaveEdit::AmpY(double Amp, double Top, double Bottom) const
+{
+    const double half = std::max((Top - Bottom) * 0.5 - 3.0 * PixelY(), PixelY());
+    return (Top + Bottom) * 0.5 + std::clamp(Amp * EffectiveZoom(AmplitudeZoom), -1.0, 1.0) * half;
 }
 
 void GLWaveEdit::RenderGrid(double StepSec) const
@@ -521,19 +662,241 @@ void GLWaveEdit::RenderGrid(double StepSec) const
         glVertex2d(x, PlotY1);
         glVertex2d(x, PlotY2);
     }
-    // Half scale above and below the zero line.
-    for (const double level : {-0.5, 0.5})
+    glEnd();
+}
+
+namespace
+{
+struct AmplitudeTick
+{
+    double Amp;  // positive; drawn above and below zero
+    std::string Label;
+};
+}  // namespace
+
+// The levels the scale of a lane names: full scale of the zoomed view, then
+// half of it (linear) or every 6 dB down (dB), where there is room for a
+// line of text between them; zero is named separately.
+static std::vector<AmplitudeTick> AmplitudeTicks(bool bDb, double Zoom, double HalfHeightPx, int TextPx)
+{
+    const double fullAmp = 1.0 / Zoom;
+    const double roomPx = TextPx * 1.3;
+    std::vector<AmplitudeTick> ticks;
+    char text[32];
+    if (!bDb)
     {
-        const double y = (PlotY1 + PlotY2) * 0.5 + level * (PlotY1 - PlotY2) * 0.5;
-        glVertex2d(PlotX1, y);
-        glVertex2d(PlotX2, y);
+        for (const double fraction : {1.0, 0.5})
+        {
+            if (fraction < 1.0 && HalfHeightPx * fraction < roomPx)
+                break;
+            std::snprintf(text, sizeof(text), "%.3g", fullAmp * fraction);
+            ticks.push_back({fullAmp * fraction, text});
+        }
+        return ticks;
+    }
+    const double topDb = 20.0 * std::log10(fullAmp);
+    std::snprintf(text, sizeof(text), "%.0f dB", topDb);
+    ticks.push_back({fullAmp, text});
+    double lastPx = HalfHeightPx;
+    for (double db = 6.0 * std::floor((topDb - 3.0) / 6.0); db >= topDb - 60.0; db -= 6.0)
+    {
+        const double amp = std::pow(10.0, db / 20.0);
+        const double yPx = amp * Zoom * HalfHeightPx;
+        if (yPx < roomPx)
+            break;
+        if (lastPx - yPx < roomPx)
+            continue;
+        std::snprintf(text, sizeof(text), "%.0f", db);
+        ticks.push_back({amp, text});
+        lastPx = yPx;
+    }
+    return ticks;
+}
+
+// Faint lines at the scale's levels and a firmer one at zero.
+static void RenderLevelLines(const GLWaveEdit& Editor, const std::vector<AmplitudeTick>& Ticks, double X1, double X2,
+                             double Zero, double HalfHeight, double Zoom)
+{
+    UseColor(*Editor.pGridColor);
+    glBegin(GL_LINES);
+    for (const AmplitudeTick& tick : Ticks)
+        for (const double sign : {1.0, -1.0})
+        {
+            const double y = Zero + sign * std::min(tick.Amp * Zoom, 1.0) * HalfHeight;
+            glVertex2d(X1, y);
+            glVertex2d(X2, y);
+        }
+    glEnd();
+    UseColor(*Editor.pAxisColor);
+    glBegin(GL_LINES);
+    glVertex2d(X1, Zero);
+    glVertex2d(X2, Zero);
+    glEnd();
+}
+
+static std::string LaneName(int Lane, int Lanes)
+{
+    if (Lanes == 2)
+        return Lane == 0 ? "L" : "R";
+    return Lanes > 2 ? std::to_string(Lane + 1) : std::string();
+}
+
+// The lane's scale on a panel at its left edge: the channel's name, and the
+// levels with ticks, right-aligned against the waveform.
+void GLWaveEdit::RenderAmplitudeScale(int Lane, double Top, double Bottom) const
+{
+    const int textPx = TextSizePx();
+    const double zoom = EffectiveZoom(AmplitudeZoom);
+    const double zero = (Top + Bottom) * 0.5;
+    const double halfHeight = AmpY(1.0 / zoom, Top, Bottom) - zero;
+    if (halfHeight / PixelY() < textPx * 0.8)
+        return;
+    const std::vector<AmplitudeTick> ticks = AmplitudeTicks(bAmplitudeDb, zoom, halfHeight / PixelY(), textPx);
+    const std::string zeroLabel = bAmplitudeDb ? kMinusInfinity : "0";
+    const std::string name = LaneName(Lane, LaneCount());
+    double labelWidth = TextWidth(zeroLabel, textPx);
+    for (const AmplitudeTick& tick : ticks)
+        labelWidth = std::max(labelWidth, TextWidth("-" + tick.Label, textPx));
+    const double nameWidth = name.empty() ? 0.0 : TextWidth(name, textPx) + 10.0 * PixelX();
+    const double panelX2 = PlotX1 + nameWidth + labelWidth + 14.0 * PixelX();
+
+    UseColor(Blend(*pPlotBackColor, *pPlotBackColor, 0.0f, 0.78f));
+    FillRect(PlotX1 + PixelX(), Top - PixelY(), panelX2, Bottom + PixelY());
+    UseColor(*pAxisColor);
+    VerticalLine(panelX2, Top - PixelY(), Bottom + PixelY());
+
+    const auto label = [&](const std::string& Text, double Y) {
+        const double baseline = std::clamp(CentredBaseline(Y, Y, textPx), Bottom + 3.0 * PixelY(),
+                                           Top - (textPx + 1.0) * PixelY());
+        UseColor(*pAxisColor);
+        glBegin(GL_LINES);
+        glVertex2d(panelX2 - 4.0 * PixelX(), Y);
+        glVertex2d(panelX2, Y);
+        glEnd();
+        UseColor(*pTextColor);
+        DrawTextAt(Text, panelX2 - 6.0 * PixelX() - TextWidth(Text, textPx), baseline, textPx);
+    };
+    for (const AmplitudeTick& tick : ticks)
+    {
+        label(tick.Label, zero + halfHeight * std::min(tick.Amp * zoom, 1.0));
+        label(bAmplitudeDb ? tick.Label : "-" + tick.Label, zero - halfHeight * std::min(tick.Amp * zoom, 1.0));
+    }
+    if (halfHeight / PixelY() >= textPx * 1.3)
+        label(zeroLabel, zero);
+    if (!name.empty())
+    {
+        UseColor(*pWaveColor);
+        DrawTextAt(name, PlotX1 + 6.0 * PixelX(), CentredBaseline(Top, Bottom, textPx), textPx);
+    }
+}
+
+// Min/max filled with a distinct edge, RMS as a lighter inner band, and red
+// caps over columns that reach full scale.
+void GLWaveEdit::RenderLaneColumns(int Trace, double Top, double Bottom) const
+{
+    const size_t count = CachedRenderSamples.size();
+    const TraceColumn* columns = CachedTraceColumns.data() + static_cast<size_t>(Trace) * count;
+    std::vector<double> xs(count);
+    for (size_t i = 0; i < count; ++i)
+        xs[i] = XForTime(CachedRenderSamples[i].TimeSec);
+
+    if (bWaveFill)
+    {
+        UseColor(Blend(*pWaveColor, *pPlotBackColor, 0.25f, 0.85f));
+        glBegin(GL_QUAD_STRIP);
+        for (size_t i = 0; i < count; ++i)
+        {
+            glVertex2d(xs[i], AmpY(columns[i].MaxAmp, Top, Bottom) + 0.5 * PixelY());
+            glVertex2d(xs[i], AmpY(columns[i].MinAmp, Top, Bottom) - 0.5 * PixelY());
+        }
+        glEnd();
+        if (count > 0 && columns[0].RmsAmp >= 0.0f)
+        {
+            UseColor(Blend(*pWaveColor, kWhite, 0.55f, 0.9f));
+            glBegin(GL_QUAD_STRIP);
+            for (size_t i = 0; i < count; ++i)
+            {
+                const TraceColumn& c = columns[i];
+                glVertex2d(xs[i], AmpY(std::min(c.RmsAmp, c.MaxAmp), Top, Bottom));
+                glVertex2d(xs[i], AmpY(std::max(-c.RmsAmp, c.MinAmp), Top, Bottom));
+            }
+            glEnd();
+        }
+    }
+    UseColor(Blend(*pWaveColor, kWhite, 0.2f, 1.0f));
+    for (const bool bUpper : {true, false})
+    {
+        glBegin(GL_LINE_STRIP);
+        for (size_t i = 0; i < count; ++i)
+            glVertex2d(xs[i], AmpY(bUpper ? columns[i].MaxAmp : columns[i].MinAmp, Top, Bottom));
+        glEnd();
+    }
+
+    const double halfColumn = std::max((PlotX2 - PlotX1) / std::max<double>(count, 1.0) * 0.5, PixelX());
+    UseColor(kClipColor);
+    glBegin(GL_QUADS);
+    for (size_t i = 0; i < count; ++i)
+        for (const bool bHigh : {true, false})
+        {
+            if (!(bHigh ? columns[i].bClipHigh : columns[i].bClipLow))
+                continue;
+            const double edge = bHigh ? Top - PixelY() : Bottom + PixelY();
+            const double inner = edge + (bHigh ? -4.0 : 4.0) * PixelY();
+            glVertex2d(xs[i] - halfColumn, edge);
+            glVertex2d(xs[i] + halfColumn, edge);
+            glVertex2d(xs[i] + halfColumn, inner);
+            glVertex2d(xs[i] - halfColumn, inner);
+        }
+    glEnd();
+}
+
+// Zoomed in past one frame per column: each sample a point, joined by lines,
+// on a stem from zero.
+void GLWaveEdit::RenderLaneSamples(int Trace, double Top, double Bottom) const
+{
+    const int64_t frameCount = static_cast<int64_t>(PcmFrames.size()) / PcmChannels;
+    const int64_t first = std::max<int64_t>(static_cast<int64_t>(std::ceil(ViewStartSec * PcmSampleRate)), 0);
+    const int64_t last = std::min(static_cast<int64_t>(std::floor(ViewEndSec * PcmSampleRate)), frameCount - 1);
+    if (first > last)
+        return;
+    std::vector<double> xs;
+    std::vector<double> ys;
+    for (int64_t f = first; f <= last; ++f)
+    {
+        const float* frame = PcmFrames.data() + f * PcmChannels;
+        float value = 0.0f;
+        if (Trace < PcmChannels)
+            value = frame[Trace];
+        else
+        {
+            for (int c = 0; c < PcmChannels; ++c)
+                value += frame[c];
+            value /= static_cast<float>(PcmChannels);
+        }
+        xs.push_back(XForTime(static_cast<double>(f) / PcmSampleRate));
+        ys.push_back(AmpY(value == value ? value : 0.0, Top, Bottom));
+    }
+    const double zero = (Top + Bottom) * 0.5;
+    const double spacingPx = (xs.size() > 1 ? (xs.back() - xs.front()) / (xs.size() - 1) : 10.0) / PixelX();
+    UseColor(Blend(*pWaveColor, *pPlotBackColor, 0.25f, 0.6f));
+    glBegin(GL_LINES);
+    for (size_t i = 0; i < xs.size(); ++i)
+    {
+        glVertex2d(xs[i], zero);
+        glVertex2d(xs[i], ys[i]);
     }
     glEnd();
-    UseColor(*pAxisColor);
-    glBegin(GL_LINES);
-    glVertex2d(PlotX1, (PlotY1 + PlotY2) * 0.5);
-    glVertex2d(PlotX2, (PlotY1 + PlotY2) * 0.5);
+    UseColor(Blend(*pWaveColor, kWhite, 0.2f, 1.0f));
+    glBegin(GL_LINE_STRIP);
+    for (size_t i = 0; i < xs.size(); ++i)
+        glVertex2d(xs[i], ys[i]);
     glEnd();
+    glPointSize(spacingPx >= 8.0 ? 5.0f : 3.0f);
+    glBegin(GL_POINTS);
+    for (size_t i = 0; i < xs.size(); ++i)
+        glVertex2d(xs[i], ys[i]);
+    glEnd();
+    glPointSize(1.0f);
 }
 
 void GLWaveEdit::RenderWaveform()
@@ -541,29 +904,35 @@ void GLWaveEdit::RenderWaveform()
     const double widthPx = (PlotX2 - PlotX1) * 0.5 * ScreenWidthPx();
     if (!(widthPx >= 1.0) || !(PlotY1 > PlotY2))
         return;
-    if (!RefreshRenderColumns(static_cast<int>(std::lround(std::min(widthPx, double(kMaxColumns)))), widthPx))
+    const int columns = static_cast<int>(std::lround(std::min(widthPx, double(kMaxColumns))));
+    if (!RefreshRenderColumns(columns, widthPx) || CachedTraceCount < 1)
         return;
-    const double midY = (PlotY1 + PlotY2) * 0.5;
-    const double halfH = (PlotY1 - PlotY2) * 0.5 * 0.95;
-    if (bWaveFill)
+    const bool bSamples = IsPcmUsable() && CachedTraceCount == PcmChannels + 1 &&
+                          (ViewEndSec - ViewStartSec) * PcmSampleRate < CachedRenderSamples.size();
+    const int lanes = LaneCount();
+    const double zoom = EffectiveZoom(AmplitudeZoom);
+    for (int lane = 0; lane < lanes; ++lane)
     {
-        UseColor(*pWaveFillColor);
-        glBegin(GL_QUAD_STRIP);
-        for (const WaveSample& column : CachedRenderSamples)
+        double top = 0.0;
+        double bottom = 0.0;
+        LaneBounds(lane, top, bottom);
+        const double zero = (top + bottom) * 0.5;
+        const double halfHeight = AmpY(1.0 / zoom, top, bottom) - zero;
+        RenderLevelLines(*this, AmplitudeTicks(bAmplitudeDb, zoom, halfHeight / PixelY(), TextSizePx()), PlotX1,
+                         PlotX2, zero, halfHeight, zoom);
+        const int trace = lanes > 1 ? lane : CachedTraceCount - 1;
+        if (bSamples)
+            RenderLaneSamples(trace, top, bottom);
+        else
+            RenderLaneColumns(trace, top, bottom);
+        if (lane > 0)
         {
-            const double x = XForTime(column.TimeSec);
-            glVertex2d(x, midY + column.MaxAmp * halfH);
-            glVertex2d(x, midY + column.MinAmp * halfH);
+            UseColor(*pAxisColor);
+            glBegin(GL_LINES);
+            glVertex2d(PlotX1, top);
+            glVertex2d(PlotX2, top);
+            glEnd();
         }
-        glEnd();
-    }
-    UseColor(*pWaveColor);
-    for (const bool bUpper : {true, false})
-    {
-        glBegin(GL_LINE_STRIP);
-        for (const WaveSample& column : CachedRenderSamples)
-            glVertex2d(XForTime(column.TimeSec), midY + (bUpper ? column.MaxAmp : column.MinAmp) * halfH);
-        glEnd();
     }
 }
 
@@ -572,6 +941,7 @@ static bool InsideView(double TimeSec, double ViewStartSec, double ViewEndSec)
     return TimeSec >= ViewStartSec && TimeSec <= ViewEndSec;
 }
 
+// One tint over every lane, edges as lines.
 void GLWaveEdit::RenderSelection() const
 {
     if (!bShowSelection || !HasSelection())
@@ -611,8 +981,37 @@ void GLWaveEdit::RenderMarkers() const
     glEnd();
 }
 
-// Tick marks and their labels in the band under the plot; a label that would
-// run into the previous one is left out.
+// Time and peak under the pointer on a small panel beside the hover line,
+// on its left where the right would run out of the plot.
+void GLWaveEdit::RenderHoverReadout(double StepSec) const
+{
+    if (!bHover || !HasWaveform() || !InsideView(HoverTimeSec, ViewStartSec, ViewEndSec))
+        return;
+    std::string text = FormatAxisTime(HoverTimeSec, std::min(StepSec / 10.0, 0.001));
+    char level[64];
+    if (HoverPeak > 0.0)
+        std::snprintf(level, sizeof(level), "   %.1f dBFS   %.3f", 20.0 * std::log10(HoverPeak), HoverPeak);
+    else if (HoverPeak == 0.0)
+        std::snprintf(level, sizeof(level), "   %s dBFS   0.000", kMinusInfinity);
+    else
+        level[0] = '\0';
+    text += level;
+    const int textPx = TextSizePx();
+    const double width = TextWidth(text, textPx) + 12.0 * PixelX();
+    const double x = XForTime(HoverTimeSec);
+    const double left = x + 6.0 * PixelX() + width <= PlotX2 ? x + 6.0 * PixelX() : x - 6.0 * PixelX() - width;
+    const double top = PlotY1 - 10.0 * PixelY();
+    const double bottom = top - (textPx + 8.0) * PixelY();
+    UseColor(Blend(*pBackgroundColor, *pBackgroundColor, 0.0f, 0.9f));
+    FillRect(left, top, left + width, bottom);
+    UseColor(*pHoverColor);
+    OutlineRect(left, top, left + width, bottom);
+    UseColor(*pTextColor);
+    DrawTextAt(text, left + 6.0 * PixelX(), CentredBaseline(top, bottom, textPx), textPx);
+}
+
+// Tick marks and their labels in the band under the plot, all in one format;
+// a label that would run into the previous one is left out.
 void GLWaveEdit::RenderTimeLabels(double StepSec) const
 {
     double firstSec = 0.0;
@@ -626,7 +1025,7 @@ void GLWaveEdit::RenderTimeLabels(double StepSec) const
         const double x = XForTime(tickSec);
         UseColor(*pAxisColor);
         VerticalLine(x, PlotY2, PlotY2 - 4.0 * PixelY());
-        const std::string label = FormatTimeLabel(tickSec);
+        const std::string label = FormatAxisTime(tickSec, StepSec);
         const double width = TextWidth(label, textPx);
         const double left = std::clamp(x - width * 0.5, X1 + PixelX(), X2 - width - PixelX());
         if (left < lastRight + 6.0 * PixelX())
@@ -637,25 +1036,7 @@ void GLWaveEdit::RenderTimeLabels(double StepSec) const
     }
 }
 
-// Position / duration and the selection, at the plot's top right corner.
-void GLWaveEdit::RenderStatusLine() const
-{
-    if (!HasWaveform())
-        return;
-    std::string status = FormatTimeLabel(DisplayedTimeSec()) + " / " + FormatTimeLabel(DurationSec);
-    if (IsPlaybackActive())
-        status += IsPlaybackPaused() ? "  paused" : "  playing";
-    if (HasSelection())
-        status += "   selection " + FormatTimeLabel(SelectionStartSec()) + " - " +
-                  FormatTimeLabel(SelectionEndSec()) + " (" +
-                  FormatTimeLabel(SelectionEndSec() - SelectionStartSec()) + ")";
-    const int textPx = TextSizePx();
-    const double width = TextWidth(status, textPx);
-    UseColor(*pTextColor);
-    DrawTextAt(status, PlotX2 - width - 8.0 * PixelX(), PlotY1 - (textPx + 6.0) * PixelY(), textPx);
-}
-
-// A progress bar while the host loads, or a hint when there is nothing to
+// A progress bar while the host loads, or what to do when there is nothing to
 // show, on a panel of the window's background so the waveform cannot hide it.
 void GLWaveEdit::RenderCentredMessage() const
 {
@@ -664,9 +1045,9 @@ void GLWaveEdit::RenderCentredMessage() const
         return;
     const double progress = (bLoading && PreloadProgressProvider) ? PreloadProgressProvider() : 0.0;
     const double fraction = progress == progress ? std::clamp(progress, 0.0, 1.0) : 0.0;
-    const std::string message =
-        bLoading ? "Loading " + std::to_string(static_cast<int>(std::lround(fraction * 100.0))) + "%"
-                 : (Documents.empty() ? "Drop an audio file here" : "No audio yet: drop a file here or paste");
+    const std::string message = bLoading
+                                    ? "Loading " + std::to_string(static_cast<int>(std::lround(fraction * 100.0))) + "%"
+                                    : "Open a file with Ctrl+O or drop one here";
 
     const int textPx = TextSizePx();
     const double midX = (PlotX1 + PlotX2) * 0.5;
@@ -698,7 +1079,8 @@ void GLWaveEdit::Render(GLdouble X1Clip, GLdouble Y1Clip, GLdouble X2Clip, GLdou
     const double widthPx = ScreenWidthPx();
     const double heightPx = ScreenHeightPx();
 
-    glPushAttrib(GL_ENABLE_BIT | GL_SCISSOR_BIT | GL_COLOR_BUFFER_BIT | GL_CURRENT_BIT | GL_LINE_BIT);
+    glPushAttrib(GL_ENABLE_BIT | GL_SCISSOR_BIT | GL_COLOR_BUFFER_BIT | GL_CURRENT_BIT | GL_LINE_BIT |
+                 GL_POINT_BIT);
     glPushMatrix();
     glTranslated(OffsetX, OffsetY, 0.0);
     glDisable(GL_TEXTURE_2D);
@@ -711,17 +1093,27 @@ void GLWaveEdit::Render(GLdouble X1Clip, GLdouble Y1Clip, GLdouble X2Clip, GLdou
     glScissor(clipX, clipY, static_cast<GLsizei>(std::ceil((X2Clip - X1Clip) * 0.5 * widthPx)),
               static_cast<GLsizei>(std::ceil((Y1Clip - Y2Clip) * 0.5 * heightPx)));
 
-    const int ticks = std::clamp(DesiredXTicks, 1, kMaxTicks);
-    const double stepSec = NiceTimeStep((ViewEndSec - ViewStartSec) / ticks);
     RenderFrame();
-    if (bShowGrid)
-        RenderGrid(stepSec);
-    RenderWaveform();
-    RenderSelection();
-    RenderMarkers();
-    RenderTimeLabels(stepSec);
+    // Without audio a time grid would only measure the empty default view.
+    if (HasWaveform())
+    {
+        const double stepSec = AxisTimeStep();
+        if (bShowGrid)
+            RenderGrid(stepSec);
+        RenderWaveform();
+        RenderSelection();
+        for (int lane = 0; lane < LaneCount(); ++lane)
+        {
+            double top = 0.0;
+            double bottom = 0.0;
+            LaneBounds(lane, top, bottom);
+            RenderAmplitudeScale(lane, top, bottom);
+        }
+        RenderMarkers();
+        RenderHoverReadout(stepSec);
+        RenderTimeLabels(stepSec);
+    }
     RenderTabBar();
-    RenderStatusLine();
     RenderCentredMessage();
     // The menu is a popup: it may hang past the window's edge.
     glDisable(GL_SCISSOR_TEST);
@@ -734,12 +1126,4 @@ void GLWaveEdit::Render(GLdouble X1Clip, GLdouble Y1Clip, GLdouble X2Clip, GLdou
 void GLWaveEdit::Render(GLdouble OffsetX, GLdouble OffsetY)
 {
     Render(X1 + OffsetX, Y1 + OffsetY, X2 + OffsetX, Y2 + OffsetY, OffsetX, OffsetY);
-}
-
-// The summary is rebuilt whole after every invalidation for now, so a changed
-// range needs no bookkeeping of its own yet.
-void GLWaveEdit::NoteFramesChanged(int64_t FirstFrame, int64_t EndFrame)
-{
-    (void)FirstFrame;
-    (void)EndFrame;
 }
