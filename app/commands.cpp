@@ -6,6 +6,7 @@
 
 #include <imgui.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <functional>
@@ -156,6 +157,16 @@ const std::vector<Command>& Commands()
         {"Edit", "Gain...", "", 0, false, false, HasPcm, AskGain},
         {"View", "Fit whole document", "F", 0, false, false, nullptr,
          [](Program& App) { App.pEditor->FitViewToData(); }},
+        {"View", "Channel lanes (off: one mixed trace)", "", 0, false, false, nullptr,
+         [](Program& App) { App.pEditor->bChannelLanes = !App.pEditor->bChannelLanes; }},
+        {"View", "Amplitude in dB", "", 0, false, false, nullptr,
+         [](Program& App) { App.pEditor->bAmplitudeDb = !App.pEditor->bAmplitudeDb; }},
+        {"View", "Amplitude zoom in", "Ctrl+wheel up", 0, false, false, nullptr,
+         [](Program& App) { App.pEditor->AmplitudeZoom = std::min(App.pEditor->AmplitudeZoom * 2.0, 1024.0); }},
+        {"View", "Amplitude zoom out", "Ctrl+wheel down", 0, false, false, nullptr,
+         [](Program& App) { App.pEditor->AmplitudeZoom = std::max(App.pEditor->AmplitudeZoom / 2.0, 1.0); }},
+        {"View", "Full-scale amplitude", "", 0, false, false, nullptr,
+         [](Program& App) { App.pEditor->AmplitudeZoom = 1.0; }},
         {"Play", "Play / pause", "Space", 0, false, false, HasPcm,
          [](Program& App) { App.pEditor->TogglePlayback(); }},
         {"Play", "Play selection", "Shift+Space", SDLK_SPACE, false, true, HasPcm,
@@ -176,6 +187,17 @@ bool IsEnabled(const Program& App, const Command& C)
 }
 
 // --- Menus ---
+
+// The View menu's switches show their state.
+bool IsChecked(const Program& App, const Command& C)
+{
+    const std::string label = C.Label;
+    if (label.rfind("Channel lanes", 0) == 0)
+        return App.pEditor->bChannelLanes;
+    if (label == "Amplitude in dB")
+        return App.pEditor->bAmplitudeDb;
+    return false;
+}
 
 void DrawRecentFiles(Program& App)
 {
@@ -202,7 +224,7 @@ void DrawMenu(Program& App, const char* Menu)
         if (std::string(command.Menu) != Menu || std::string(command.Label) == lastLabel)
             continue;
         lastLabel = command.Label;
-        if (ImGui::MenuItem(command.Label, command.Shortcut, false, IsEnabled(App, command)))
+        if (ImGui::MenuItem(command.Label, command.Shortcut, IsChecked(App, command), IsEnabled(App, command)))
             chosen = &command;
         if (std::string(command.Label) == "Open...")
             DrawRecentFiles(App);

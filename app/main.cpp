@@ -17,6 +17,7 @@
 #include <imgui/backends/imgui_impl_sdl.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -146,6 +147,13 @@ void HandleWheel(Program& App, const SDL_MouseWheelEvent& Wheel)
     double ny = 0.0;
     PointerToNormalised(App.pWindow, x, y, nx, ny);
     const int delta = Wheel.direction == SDL_MOUSEWHEEL_FLIPPED ? -Wheel.y : Wheel.y;
+    // Ctrl+wheel zooms the amplitude, a quarter per step, from full scale to 1/1024 of it.
+    if ((SDL_GetModState() & KMOD_CTRL) != 0)
+    {
+        GLWaveEdit& editor = *App.pEditor;
+        editor.AmplitudeZoom = std::clamp(editor.AmplitudeZoom * std::pow(1.25, delta), 1.0, 1024.0);
+        return;
+    }
     for (int i = 0; i < std::min(std::abs(delta), 10); ++i)
         App.pEditor->EventMouseClick(delta > 0 ? 3 : 4, nx, ny);
 }
@@ -247,6 +255,11 @@ void ConnectEditor(Program& App, GLWaveEdit& Editor, PointerInput& Pointer)
     // A click on a tab's close box goes through the same guard as Ctrl+W. A
     // press waiting behind it is dropped: the tabs widen after a close, and
     // another close box may now sit under the pointer.
+    Editor.TabMarkProvider = [&App](int Index) {
+        return App.Docs.IsModified(*App.pEditor, App.pEditor->DocumentIdAt(Index));
+    };
+    Editor.bChannelLanes = App.Settings.bChannelLanes;
+    Editor.bAmplitudeDb = App.Settings.bAmplitudeDb;
     Editor.CloseRequestProvider = [&App, &Pointer](int Index) {
         Pointer.ForgetPresses();
         RequestClose(App, {App.pEditor->DocumentIdAt(Index)}, false);
@@ -284,6 +297,8 @@ void RememberState(Program& App)
     App.Settings.bMaximized = (SDL_GetWindowFlags(App.pWindow) & SDL_WINDOW_MAXIMIZED) != 0;
     if (!App.Settings.bMaximized)
         App.Settings.WindowWidth = width, App.Settings.WindowHeight = height;
+    App.Settings.bChannelLanes = App.pEditor->bChannelLanes;
+    App.Settings.bAmplitudeDb = App.pEditor->bAmplitudeDb;
     App.Settings.EditorStateType = App.pEditor->GetStateType();
     App.Settings.EditorState = nlohmann::json::object();
     App.pEditor->SerializeExtraState(App.Settings.EditorState);

@@ -162,6 +162,9 @@ public:
     // it. False withholds the close, so that a host can ask the user first and
     // close the tab itself with CloseDocumentAt. Empty: every close goes ahead.
     std::function<bool(int)> CloseRequestProvider;
+    // Extension (glwaveedit_tabs.cpp), empty by default: true for a tab whose
+    // label the render side marks with a bullet (the program: unsaved changes).
+    std::function<bool(int)> TabMarkProvider;
 
     // Notifications, fired synchronously once the state they report is final.
     Signal<double> SignalSeekPreview;    // each held pass of a seek drag: the preview time

@@ -547,7 +547,9 @@ void GLWaveEdit::RenderTabBar() const
         glLineWidth(1.0f);
 
         const std::string& path = i == ActiveDocumentIndex ? SourceFilePath : Documents[i].SourceFilePath;
-        const std::string name = std::filesystem::path(path).filename().string();
+        std::string name = std::filesystem::path(path).filename().string();
+        if (TabMarkProvider && TabMarkProvider(i))
+            name = "\xE2\x80\xA2 " + name;  // a bullet: the host's mark, e.g. unsaved changes
         const double textX = tx1 + 8.0 * PixelX();
         UseColor(*pTextColor);
         DrawTextAt(FittedText(name, cx1 - textX - 4.0 * PixelX(), textPx), textX,
