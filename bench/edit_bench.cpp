@@ -11,6 +11,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 
 #include "gldeck_audio_player.h"
@@ -101,28 +102,16 @@ void BM_GainOnTheWholeDocument(benchmark::State& State)
         benchmark::DoNotOptimize(editor.ApplyGainPercent(100.0));
 }
 
-// Cut and delete 10 s from the middle; the paste that puts them back is not timed.
-void BM_CutTenSecondsFromTheMiddle(benchmark::State& State)
-{
-    GLWaveEdit& editor = Editor();
-    for (auto _ : State)
-    {
-        SelectTenSecondsInTheMiddle(editor);
-        editor.RequestCutSelection();
-        State.PauseTiming();
-        PasteAtTheMiddle(editor);
-        State.ResumeTiming();
-    }
-}
-
-void BM_DeleteTenSecondsFromTheMiddle(benchmark::State& State)
+// Cut or delete (Remove) 10 s from the middle; the paste that puts them back
+// is not timed.
+void BM_RemoveTenSecondsFromTheMiddle(benchmark::State& State, void (GLWaveEdit::*Remove)())
 {
     GLWaveEdit& editor = Editor();
     CopyTenSeconds(editor);
     for (auto _ : State)
     {
         SelectTenSecondsInTheMiddle(editor);
-        editor.RequestDeleteSelection();
+        (editor.*Remove)();
         State.PauseTiming();
         PasteAtTheMiddle(editor);
         State.ResumeTiming();
@@ -191,49 +180,29 @@ void BM_PlayStartAfterOnePlay(benchmark::State& State)
 
 // --- Edit history ---
 
-// The cut with the history on, the yardstick of its undo and redo.
-void BM_CutTenSecondsWithHistory(benchmark::State& State)
+// With the history on, each pass cuts 10 s from the middle, undoes, redoes
+// and undoes again, and times the one step TimedStep names (0 cut, 1 undo,
+// 2 redo): the cut is the yardstick of its undo and redo.
+void BM_TenSecondCutWithHistory(benchmark::State& State, int TimedStep)
 {
     GLWaveEdit& editor = Editor();
     editor.EnableEditHistory(size_t(1) << 30);
-    for (auto _ : State)
-    {
-        SelectTenSecondsInTheMiddle(editor);
-        editor.RequestCutSelection();
-        State.PauseTiming();
-        editor.Undo();
-        State.ResumeTiming();
-    }
-    editor.EnableEditHistory(0);
-}
-
-void BM_UndoOfATenSecondCut(benchmark::State& State)
-{
-    GLWaveEdit& editor = Editor();
-    editor.EnableEditHistory(size_t(1) << 30);
+    const std::function<void()> steps[] = {[&] {
+                                               SelectTenSecondsInTheMiddle(editor);
+                                               editor.RequestCutSelection();
+                                           },
+                                           [&] { editor.Undo(); }, [&] { editor.Redo(); }, [&] { editor.Undo(); }};
     for (auto _ : State)
     {
         State.PauseTiming();
-        SelectTenSecondsInTheMiddle(editor);
-        editor.RequestCutSelection();
-        State.ResumeTiming();
-        benchmark::DoNotOptimize(editor.Undo());
-    }
-    editor.EnableEditHistory(0);
-}
-
-void BM_RedoOfATenSecondCut(benchmark::State& State)
-{
-    GLWaveEdit& editor = Editor();
-    editor.EnableEditHistory(size_t(1) << 30);
-    SelectTenSecondsInTheMiddle(editor);
-    editor.RequestCutSelection();
-    editor.Undo();
-    for (auto _ : State)
-    {
-        benchmark::DoNotOptimize(editor.Redo());
-        State.PauseTiming();
-        editor.Undo();
+        for (int step = 0; step < 4; ++step)
+        {
+            if (step == TimedStep)
+                State.ResumeTiming();
+            steps[step]();
+            if (step == TimedStep)
+                State.PauseTiming();
+        }
         State.ResumeTiming();
     }
     editor.EnableEditHistory(0);
@@ -268,15 +237,19 @@ void BM_HoverPeakWithTheHourInView(benchmark::State& State)
 
 BENCHMARK(BM_MemcpyOfAllFrames)->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_GainOnTheWholeDocument)->Unit(benchmark::kMillisecond)->Iterations(5);
-BENCHMARK(BM_CutTenSecondsFromTheMiddle)->Unit(benchmark::kMillisecond)->Iterations(5);
-BENCHMARK(BM_DeleteTenSecondsFromTheMiddle)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK_CAPTURE(BM_RemoveTenSecondsFromTheMiddle, cut, &GLWaveEdit::RequestCutSelection)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(5);
+BENCHMARK_CAPTURE(BM_RemoveTenSecondsFromTheMiddle, delete, &GLWaveEdit::RequestDeleteSelection)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(5);
 BENCHMARK(BM_FirstPasteIntoAnOpenedDocument)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_PasteTenSecondsIntoTheMiddle)->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_FirstPlayStart)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_PlayStartAfterOnePlay)->Unit(benchmark::kMillisecond)->Iterations(5);
-BENCHMARK(BM_CutTenSecondsWithHistory)->Unit(benchmark::kMillisecond)->Iterations(5);
-BENCHMARK(BM_UndoOfATenSecondCut)->Unit(benchmark::kMillisecond)->Iterations(5);
-BENCHMARK(BM_RedoOfATenSecondCut)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK_CAPTURE(BM_TenSecondCutWithHistory, cut, 0)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK_CAPTURE(BM_TenSecondCutWithHistory, undo, 1)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK_CAPTURE(BM_TenSecondCutWithHistory, redo, 2)->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_SwitchBetweenHourAndEmptyTab)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_HoverPeakWithTheHourInView)->Unit(benchmark::kMillisecond);
 

@@ -1,5 +1,5 @@
 // Opens audio files the way the editor does and prints what came out, for
-// timing the import beside the ffmpeg program (see import_hour_mp3.sh).
+// timing the import beside the ffmpeg program (see compare.sh).
 #include <chrono>
 #include <cstdio>
 #include <vector>

@@ -365,6 +365,10 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
                 return false;
             }
             const size_t floats = static_cast<size_t>(outSamples) * kWaveEditChannels;
+            // Where the header gave no duration the buffer still grows on
+            // huge pages, doubling, rather than by the vector's own growth.
+            if (OutFrames.capacity() < OutFrames.size() + floats)
+                ReserveFloats(OutFrames, std::max(OutFrames.size() * 2, OutFrames.size() + floats));
             OutFrames.insert(OutFrames.end(), convertBuffer.begin(), convertBuffer.begin() + floats);
             av_frame_unref(res.Frame);
         }
