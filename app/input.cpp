@@ -98,3 +98,28 @@ bool PointerInput::Deliver(Program& App, bool bEditorMayTake)
     PointerToNormalised(App.pWindow, x, y, pointer.X3D, pointer.Y3D);
     return !Waiting.empty();
 }
+
+// --- KeyLatch ---
+
+bool KeyLatch::Defer(const SDL_Event& Event)
+{
+    if (Event.type == SDL_KEYDOWN)
+        PressedThisFrame.push_back(Event.key.keysym.sym);
+    if (Event.type != SDL_KEYUP && !(Event.type == SDL_TEXTINPUT && !Deferred.empty()))
+        return false;
+    const bool pressedNow = std::find(PressedThisFrame.begin(), PressedThisFrame.end(), Event.key.keysym.sym) !=
+                            PressedThisFrame.end();
+    // Text after a kept release keeps its order behind it.
+    if (Event.type == SDL_KEYUP && !pressedNow && Deferred.empty())
+        return false;
+    Deferred.push_back(Event);
+    return true;
+}
+
+std::deque<SDL_Event> KeyLatch::NextFrame()
+{
+    PressedThisFrame.clear();
+    std::deque<SDL_Event> kept;
+    kept.swap(Deferred);
+    return kept;
+}

@@ -40,3 +40,21 @@ private:
 
 // Window coordinates (points, y down) to the shell's normalised ones (y up).
 void PointerToNormalised(SDL_Window* pWindow, int X, int Y, double& OutX, double& OutY);
+
+// Dear ImGui of this version reads keys as states once per frame, so a key
+// pressed and released within one frame (`xdotool key`, a fast typist) would
+// never be seen by a dialog. A key's release waits for the next frame when
+// its press came in this one.
+class KeyLatch
+{
+public:
+    // True when Event is kept for the next frame instead.
+    bool Defer(const SDL_Event& Event);
+    // Starts a frame: the events kept from the last one, in order.
+    std::deque<SDL_Event> NextFrame();
+    bool HasDeferred() const { return !Deferred.empty(); }
+
+private:
+    std::deque<SDL_Keycode> PressedThisFrame;
+    std::deque<SDL_Event> Deferred;
+};

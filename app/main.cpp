@@ -443,15 +443,21 @@ int main(int argc, char** argv)
     std::string title;
     Uint32 lastFrameMs = SDL_GetTicks();
     FrameTimes times;
+    KeyLatch keys;
     for (int frame = 1; !app.bQuit; ++frame)
     {
         SDL_Event event;
         const bool waited = options.ScreenshotPath.empty() && WaitForEvent(app, event, SDL_GetTicks() - lastFrameMs);
         const Uint64 busyFrom = SDL_GetPerformanceCounter();
-        if (waited)
+        for (const SDL_Event& kept : keys.NextFrame())
+            HandleEvent(app, pointer, kept);
+        if (waited && !keys.Defer(event))
             HandleEvent(app, pointer, event);
         while (SDL_PollEvent(&event))
-            HandleEvent(app, pointer, event);
+            if (!keys.Defer(event))
+                HandleEvent(app, pointer, event);
+        if (keys.HasDeferred())
+            app.FramesToDraw = std::max(app.FramesToDraw, 2);
         lastFrameMs = SDL_GetTicks();
         RunFrame(app, pointer, *cursors, title);
         app.FramesToDraw = std::max(app.FramesToDraw - 1, 0);

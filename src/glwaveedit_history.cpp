@@ -185,7 +185,7 @@ static void SwapRegion(std::vector<float>& Frames, int Channels, int64_t StartFr
     {
         const size_t needed = Frames.size() + heldLen - currentLen;
         if (Frames.capacity() < needed)
-            LargeBuffer::ReserveFloats(Frames, needed + needed / 4);
+            LargeBuffer::ReserveFloats(Frames, needed);
         Frames.insert(Frames.begin() + start + currentLen, heldLen - currentLen, 0.0f);
         std::copy(Held.begin(), Held.end(), Frames.begin() + start);
     }
