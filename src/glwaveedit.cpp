@@ -826,6 +826,9 @@ int GLWaveEdit::HitTestDocumentTab(double X, double Y) const
     const int count = std::max(static_cast<int>(Documents.size()), 1);
     const double w = (bar.X2 - bar.X1) / count;
     const double slot = std::floor((X - bar.X1) / std::max(w, 1e-9));
+    // A bar of infinite width gives inf / inf: no tab, rather than a NaN cast.
+    if (std::isnan(slot))
+        return -1;
     return static_cast<int>(std::clamp(slot, 0.0, static_cast<double>(count - 1)));
 }
 

@@ -1,0 +1,19 @@
+// One fuzz input through the editor, shared by the libFuzzer targets and the
+// test that replays the inputs kept in tests/fuzz_regressions. A crash, an
+// sanitizer report or an abort from a broken promise is the finding.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace GLWaveEditFuzz
+{
+// The bytes as a file opened through SetExternalPeakWaveform (the editor's
+// own decode), then a few passes and queries over whatever it made.
+void ImportOnce(const uint8_t* Data, size_t Size);
+
+// The bytes parsed as JSON (unparsable input is skipped) and restored through
+// ApplyExtraState, then a few editor passes; aborts if a pass leaves a finite
+// view outside the clamp.
+void RestoreStateOnce(const uint8_t* Data, size_t Size);
+}  // namespace GLWaveEditFuzz
