@@ -37,6 +37,21 @@ private:
 
 constexpr auto kPollInterval = std::chrono::milliseconds(50);
 
+// Waits for a background job's result, showing its progress meanwhile.
+template <typename Result, typename Take, typename Progress>
+Result WaitFor(const std::string& What, Take TakeResult, Progress Fraction)
+{
+    ProgressLine progress;
+    Result result;
+    while (!TakeResult(result))
+    {
+        progress.Show(What, Fraction());
+        std::this_thread::sleep_for(kPollInterval);
+    }
+    progress.End();
+    return result;
+}
+
 bool SaveAndWait(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const std::string& Path, const Options& Opts)
 {
     std::error_code error;
@@ -55,14 +70,9 @@ bool SaveAndWait(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const std::strin
     request.BitrateKbps = Opts.BitrateKbps;
     request.Tags = Docs.Info(id).Tags;
     Work.StartSave(std::move(request));
-    ProgressLine progress;
-    SaveResult result;
-    while (!Work.TakeSaved(result))
-    {
-        progress.Show("saving " + Path, Work.SaveProgress());
-        std::this_thread::sleep_for(kPollInterval);
-    }
-    progress.End();
+    const SaveResult result = WaitFor<SaveResult>(
+        "saving " + Path, [&Work](SaveResult& Out) { return Work.TakeSaved(Out); },
+        [&Work] { return Work.SaveProgress(); });
     if (!result.bOk)
     {
         std::fprintf(stderr, "glwaveedit: cannot save %s: %s\n", Path.c_str(), result.Error.c_str());
@@ -83,14 +93,9 @@ void PrintInfo(const std::string& Path, const DocumentInfo& Info, const GLWaveEd
 bool OpenAndWait(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const std::string& Path, std::string& OutError)
 {
     Work.QueueOpen(Path);
-    ProgressLine progress;
-    OpenResult result;
-    while (!Work.TakeOpened(result))
-    {
-        progress.Show("opening " + Path, Work.OpenProgress());
-        std::this_thread::sleep_for(kPollInterval);
-    }
-    progress.End();
+    OpenResult result = WaitFor<OpenResult>(
+        "opening " + Path, [&Work](OpenResult& Out) { return Work.TakeOpened(Out); },
+        [&Work] { return Work.OpenProgress(); });
     if (!result.bOk)
     {
         OutError = result.Error;

@@ -78,11 +78,7 @@ bool FileChooser::BeginOpen(const std::string& StartFolder)
     gtk_file_filter_set_name(all, "All files");
     gtk_file_filter_add_pattern(all, "*");
     gtk_file_chooser_add_filter(chooser, all);
-    pDialog = native;
-    bAnswered = false;
-    g_signal_connect(native, "response", G_CALLBACK(OnResponse), this);
-    gtk_native_dialog_show(GTK_NATIVE_DIALOG(native));
-    return true;
+    return Show(native);
 }
 
 bool FileChooser::BeginSave(const std::string& DefaultPath)
@@ -98,10 +94,15 @@ bool FileChooser::BeginSave(const std::string& DefaultPath)
     if (!path.parent_path().empty())
         gtk_file_chooser_set_current_folder(chooser, path.parent_path().c_str());
     gtk_file_chooser_set_current_name(chooser, path.filename().c_str());
-    pDialog = native;
+    return Show(native);
+}
+
+bool FileChooser::Show(void* pNative)
+{
+    pDialog = pNative;
     bAnswered = false;
-    g_signal_connect(native, "response", G_CALLBACK(OnResponse), this);
-    gtk_native_dialog_show(GTK_NATIVE_DIALOG(native));
+    g_signal_connect(pNative, "response", G_CALLBACK(OnResponse), this);
+    gtk_native_dialog_show(GTK_NATIVE_DIALOG(pNative));
     return true;
 }
 

@@ -37,5 +37,6 @@ private:
     std::vector<std::string> Answer;
 
     static void OnResponse(void* pNative, int ResponseId, void* pSelf);
+    bool Show(void* pNative);
     void Close();
 };

@@ -118,14 +118,21 @@ void Jobs::RunOpen(const std::string& Path)
     --OpensPending;
 }
 
+// The oldest finished result of a queue, taken under the lock.
+template <typename Result>
+static bool TakeFront(std::mutex& Lock, std::deque<Result>& Queue, Result& Out)
+{
+    std::lock_guard<std::mutex> hold(Lock);
+    if (Queue.empty())
+        return false;
+    Out = std::move(Queue.front());
+    Queue.pop_front();
+    return true;
+}
+
 bool Jobs::TakeOpened(OpenResult& Out)
 {
-    std::lock_guard<std::mutex> hold(ResultLock);
-    if (Opened.empty())
-        return false;
-    Out = std::move(Opened.front());
-    Opened.pop_front();
-    return true;
+    return TakeFront(ResultLock, Opened, Out);
 }
 
 // --- Saving ---
@@ -180,12 +187,7 @@ void Jobs::RunSave(const SaveRequest& Request)
 
 bool Jobs::TakeSaved(SaveResult& Out)
 {
-    std::lock_guard<std::mutex> hold(ResultLock);
-    if (Saved.empty())
-        return false;
-    Out = std::move(Saved.front());
-    Saved.pop_front();
-    return true;
+    return TakeFront(ResultLock, Saved, Out);
 }
 
 // --- Descriptions ---

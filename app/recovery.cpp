@@ -14,6 +14,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "settings.h"
+
 namespace fs = std::filesystem;
 
 // --- Files ---
@@ -82,16 +84,7 @@ bool OwnerIsGone(const fs::path& File)
 
 std::string Journal::Folder()
 {
-    const char* state = std::getenv("XDG_STATE_HOME");
-    fs::path base;
-    if (state && *state && fs::path(state).is_absolute())
-        base = state;
-    else
-    {
-        const char* home = std::getenv("HOME");
-        base = fs::path(home && *home ? home : ".") / ".local" / "state";
-    }
-    return (base / "glwaveedit" / "journals").string();
+    return (fs::path(XdgBaseFolder("XDG_STATE_HOME", ".local/state")) / "glwaveedit" / "journals").string();
 }
 
 // --- Reading ---

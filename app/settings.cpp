@@ -10,18 +10,18 @@
 
 namespace fs = std::filesystem;
 
+std::string XdgBaseFolder(const char* Variable, const char* HomeFallback)
+{
+    const char* value = std::getenv(Variable);
+    if (value && *value && fs::path(value).is_absolute())
+        return value;
+    const char* home = std::getenv("HOME");
+    return (fs::path(home && *home ? home : ".") / HomeFallback).string();
+}
+
 std::string SettingsFilePath()
 {
-    const char* config = std::getenv("XDG_CONFIG_HOME");
-    fs::path base;
-    if (config && *config && fs::path(config).is_absolute())
-        base = config;
-    else
-    {
-        const char* home = std::getenv("HOME");
-        base = fs::path(home && *home ? home : ".") / ".config";
-    }
-    return (base / "glwaveedit" / "state.json").string();
+    return (fs::path(XdgBaseFolder("XDG_CONFIG_HOME", ".config")) / "glwaveedit" / "state.json").string();
 }
 
 // --- Reading ---

@@ -31,6 +31,10 @@ struct AppSettings
 
 constexpr size_t kMaxRecentFiles = 10;
 
+// The folder an XDG base directory variable names when it holds an absolute
+// path, else $HOME/HomeFallback (".config", ".local/state").
+std::string XdgBaseFolder(const char* Variable, const char* HomeFallback);
+
 // $XDG_CONFIG_HOME/glwaveedit/state.json, else $HOME/.config/glwaveedit/state.json.
 std::string SettingsFilePath();
 
