@@ -213,6 +213,17 @@ bool RunningProgram::WaitForTitle(const std::string& Text, double TimeoutSec)
     return false;
 }
 
+bool RunningProgram::WaitForExactTitle(const std::string& Text, double TimeoutSec)
+{
+    for (double waited = 0.0; waited < TimeoutSec; waited += 0.1)
+    {
+        if (Title() == Text)
+            return true;
+        SleepSeconds(0.1);
+    }
+    return false;
+}
+
 double RunningProgram::CpuSeconds() const
 {
     std::ifstream in("/proc/" + std::to_string(Pid) + "/stat");

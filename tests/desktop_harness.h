@@ -53,6 +53,7 @@ public:
     int WaitForExit(double TimeoutSec);
     // Waits until the window's title contains Text.
     bool WaitForTitle(const std::string& Text, double TimeoutSec);
+    bool WaitForExactTitle(const std::string& Text, double TimeoutSec);
     std::string Title();
     // CPU seconds (user + system) used so far.
     double CpuSeconds() const;
