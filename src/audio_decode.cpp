@@ -1,0 +1,870 @@
+// The program's decoder (see audio_decode.h).
+//
+// Index:
+//   Messages      what the user reads, from errno and FFmpeg codes
+//   Local file    a regular file opened by us, before FFmpeg sees anything
+//   Input         FFmpeg reads through our descriptor; nested opens refused
+//   Session       the FFmpeg objects of one decoding, released in reverse
+//   Output        the frame buffer: reserved once, grown in small steps,
+//                 its pages faulted ahead by whichever thread is idle
+//   Conversion    one swr_convert per decoded frame, as the editor does
+//   Frame queue   decoded frames from the demux/decode thread to the resampler
+//   Decoding      the packet loop, on one thread or as a two-stage pipeline
+//   Entry point
+//
+// The frames must equal the editor's own import sample for sample, so the
+// resampler is set up with the same arguments and fed the same frames in the
+// same order with the same output room, and it is never drained at the end.
+
+#include "audio_decode.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <new>
+#include <thread>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/channel_layout.h>
+#include <libavutil/error.h>
+#include <libavutil/mathematics.h>
+#include <libswresample/swresample.h>
+}
+
+#include "large_buffer.h"
+
+namespace
+{
+constexpr int kOutRate = 48000;
+constexpr int kOutChannels = 2;
+// Larger than FFmpeg's 32 KiB default: fewer read calls on an hour of audio.
+constexpr int kIoBufferBytes = 256 << 10;
+// Decoded frames in flight between the two threads: a few hundred
+// milliseconds of audio, a few MB at most.
+constexpr size_t kQueueFrames = 64;
+// The output grows by this much at a time: small enough that the zeroes the
+// vector writes are still in cache when the resampler overwrites them.
+constexpr size_t kGrowFloats = size_t(64) << 10;
+// Fault-ahead steps, and how far ahead of the writer they may go (so that a
+// header claiming three hours for one minute costs no real memory).
+constexpr size_t kPrefaultStepBytes = size_t(16) << 20;
+constexpr size_t kPrefaultAheadBytes = size_t(128) << 20;
+// The reservation trusts the container's duration up to this much.
+constexpr double kMaxReservedSec = 3.0 * 3600.0;
+
+// --- Messages ---
+
+const char* const kCancelledMessage = "Opening cancelled.";
+const char* const kNotAudioMessage = "Not an audio file.";
+
+std::string FfmpegErrorText(int Code)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(Code, text, sizeof text);
+    return text;
+}
+
+std::string SystemErrorMessage(int Code)
+{
+    if (Code == ENOENT || Code == ENOTDIR)
+        return "File not found.";
+    return std::string("Cannot open the file: ") + std::strerror(Code) + ".";
+}
+
+std::string SizeText(uint64_t Bytes)
+{
+    char text[64];
+    if (Bytes >= (uint64_t(1) << 30))
+        std::snprintf(text, sizeof text, "%.1f GiB", static_cast<double>(Bytes) / double(uint64_t(1) << 30));
+    else
+        std::snprintf(text, sizeof text, "%.1f MiB", static_cast<double>(Bytes) / double(1 << 20));
+    return text;
+}
+
+// The first failure of a decoding wins; later ones are its consequences.
+// Either thread may report.
+class Failure
+{
+public:
+    void Set(const std::string& Message)
+    {
+        std::lock_guard<std::mutex> lock(Lock);
+        if (Text.empty())
+            Text = Message;
+    }
+    std::string Get() const
+    {
+        std::lock_guard<std::mutex> lock(Lock);
+        return Text;
+    }
+
+private:
+    mutable std::mutex Lock;
+    std::string Text;
+};
+
+// --- Local file ---
+
+// Owns the descriptor of the chosen file; closing twice is harmless.
+class LocalFile
+{
+public:
+    LocalFile() = default;
+    LocalFile(const LocalFile&) = delete;
+    LocalFile& operator=(const LocalFile&) = delete;
+    ~LocalFile() { Close(); }
+
+    // Opens Path as a local regular file. Folders, FIFOs and devices are
+    // refused before they are opened, and once more on the descriptor in
+    // case the path changed in between; O_NONBLOCK keeps a FIFO from waiting
+    // for a writer even then.
+    bool Open(const std::string& Path, std::string& OutMessage)
+    {
+        struct stat info = {};
+        if (Path.empty() || stat(Path.c_str(), &info) != 0)
+        {
+            OutMessage = SystemErrorMessage(Path.empty() ? ENOENT : errno);
+            return false;
+        }
+        if (!CheckKind(info, OutMessage))
+            return false;
+        Fd = open(Path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+        if (Fd < 0)
+        {
+            OutMessage = SystemErrorMessage(errno);
+            return false;
+        }
+        if (fstat(Fd, &info) != 0)
+        {
+            OutMessage = SystemErrorMessage(errno);
+            return false;
+        }
+        SizeBytes = static_cast<int64_t>(info.st_size);
+        return CheckKind(info, OutMessage);
+    }
+
+    void Close()
+    {
+        if (Fd >= 0)
+            close(Fd);
+        Fd = -1;
+    }
+
+    int Fd = -1;
+    int64_t SizeBytes = 0;
+
+private:
+    static bool CheckKind(const struct stat& Info, std::string& OutMessage)
+    {
+        if (S_ISDIR(Info.st_mode))
+            OutMessage = "That is a folder, not an audio file.";
+        else if (!S_ISREG(Info.st_mode))
+            OutMessage = "Not a regular file (a pipe or a device).";
+        else
+            return true;
+        return false;
+    }
+};
+
+// --- Input ---
+
+// What FFmpeg's callbacks reach through their opaque pointer. The read side
+// runs on the demux thread only.
+struct InputState
+{
+    LocalFile File;
+    int64_t PositionBytes = 0;
+    const std::atomic<bool>* pCancel = nullptr;
+    std::atomic<double>* pProgress = nullptr;
+    bool bReportProgress = false;  // from the first packet on: probing jumps about
+    double ProgressShown = 0.0;
+    bool bNestedOpenRefused = false;
+
+    bool Cancelled() const { return pCancel && pCancel->load(std::memory_order_relaxed); }
+
+    void ReportProgress()
+    {
+        if (!bReportProgress || !pProgress || File.SizeBytes <= 0)
+            return;
+        const double share = std::min(1.0, static_cast<double>(PositionBytes) / File.SizeBytes);
+        // Never backwards: a demuxer may seek back a little.
+        if (share > ProgressShown)
+        {
+            ProgressShown = share;
+            pProgress->store(share, std::memory_order_relaxed);
+        }
+    }
+};
+
+int ReadInput(void* Opaque, uint8_t* Buffer, int Size)
+{
+    auto* input = static_cast<InputState*>(Opaque);
+    if (input->Cancelled())
+        return AVERROR_EXIT;
+    ssize_t got;
+    do
+        got = read(input->File.Fd, Buffer, static_cast<size_t>(Size));
+    while (got < 0 && errno == EINTR);
+    if (got < 0)
+        return AVERROR(errno);
+    if (got == 0)
+        return AVERROR_EOF;
+    input->PositionBytes += got;
+    input->ReportProgress();
+    return static_cast<int>(got);
+}
+
+int64_t SeekInput(void* Opaque, int64_t Offset, int Whence)
+{
+    auto* input = static_cast<InputState*>(Opaque);
+    if (Whence & AVSEEK_SIZE)
+        return input->File.SizeBytes;
+    const off_t at = lseek(input->File.Fd, static_cast<off_t>(Offset), Whence & ~AVSEEK_FORCE);
+    if (at < 0)
+        return AVERROR(errno);
+    input->PositionBytes = at;
+    return at;
+}
+
+int InputInterrupted(void* Opaque)
+{
+    return static_cast<const InputState*>(Opaque)->Cancelled() ? 1 : 0;
+}
+
+// A playlist, a concat list or a reference inside the chosen file asks to
+// open another one: nothing but the chosen file is ever read.
+int RefuseNestedOpen(AVFormatContext* Format, AVIOContext** /*OutIo*/, const char* /*Url*/, int /*Flags*/,
+                     AVDictionary** /*Options*/)
+{
+    if (auto* input = static_cast<InputState*>(Format->opaque))
+        input->bNestedOpenRefused = true;
+    return AVERROR(EPERM);
+}
+
+// --- Session ---
+
+// The objects of one decoding in the order of their making; the destructor
+// releases them in reverse, on every way out.
+struct DecodeSession
+{
+    InputState Input;
+    AVIOContext* Io = nullptr;
+    AVFormatContext* Format = nullptr;
+    AVCodecContext* Codec = nullptr;
+    SwrContext* Swr = nullptr;
+    AVPacket* Packet = nullptr;
+    std::vector<AVFrame*> Slots;  // where decoded frames wait for the resampler
+    int StreamIndex = -1;
+
+    DecodeSession() = default;
+    DecodeSession(const DecodeSession&) = delete;
+    DecodeSession& operator=(const DecodeSession&) = delete;
+    ~DecodeSession()
+    {
+        for (auto it = Slots.rbegin(); it != Slots.rend(); ++it)
+            av_frame_free(&*it);
+        av_packet_free(&Packet);
+        swr_free(&Swr);
+        avcodec_free_context(&Codec);
+        avformat_close_input(&Format);  // leaves our own I/O context alone
+        if (Io)
+            av_freep(&Io->buffer);  // FFmpeg may have replaced the one we gave
+        avio_context_free(&Io);
+        // Input closes the descriptor as the last member to go.
+    }
+
+    // A message for a failed FFmpeg call, in the user's words where we have them.
+    std::string Explain(int Code) const
+    {
+        if (Input.Cancelled())
+            return kCancelledMessage;
+        if (Input.bNestedOpenRefused)
+            return "That file points to other files (a playlist or a list); only the chosen file is read.";
+        // What a demuxer says when the bytes make no sense to it; a short
+        // file's seek past its end ends as EINVAL.
+        if (Code == AVERROR_INVALIDDATA || Code == AVERROR_STREAM_NOT_FOUND || Code == AVERROR_EOF ||
+            Code == AVERROR(EINVAL) || Code == AVERROR_DEMUXER_NOT_FOUND)
+            return kNotAudioMessage;
+        return "Cannot read the audio: " + FfmpegErrorText(Code) + ".";
+    }
+};
+
+// The demuxer on our descriptor. The URL is given with its protocol named, so
+// nothing in it is read as one. The whitelist says what this reads: local
+// files only. The chosen one comes through our own I/O context, so the file
+// protocol is blacklisted as well: a demuxer that opens a nested format
+// context past io_open (a concat list does) hands both lists on, and that
+// nested open is refused.
+bool OpenDemuxer(DecodeSession& Session, const std::string& Path, std::string& OutMessage)
+{
+    auto* buffer = static_cast<unsigned char*>(av_malloc(kIoBufferBytes));
+    if (!buffer)
+    {
+        OutMessage = "Not enough memory to open the file.";
+        return false;
+    }
+    Session.Io = avio_alloc_context(buffer, kIoBufferBytes, 0, &Session.Input, ReadInput, nullptr, SeekInput);
+    if (!Session.Io)
+    {
+        av_free(buffer);
+        OutMessage = "Not enough memory to open the file.";
+        return false;
+    }
+    Session.Format = avformat_alloc_context();
+    if (!Session.Format)
+    {
+        OutMessage = "Not enough memory to open the file.";
+        return false;
+    }
+    Session.Format->pb = Session.Io;
+    Session.Format->opaque = &Session.Input;
+    Session.Format->io_open = RefuseNestedOpen;
+    Session.Format->interrupt_callback = {InputInterrupted, &Session.Input};
+
+    AVDictionary* options = nullptr;
+    int rc = av_dict_set(&options, "protocol_whitelist", "file", 0);
+    if (rc >= 0)
+        rc = av_dict_set(&options, "protocol_blacklist", "file", 0);
+    const std::string url = "file:" + Path;
+    if (rc >= 0)
+        rc = avformat_open_input(&Session.Format, url.c_str(), nullptr, &options);  // frees Format on failure
+    av_dict_free(&options);
+    if (rc >= 0)
+        rc = avformat_find_stream_info(Session.Format, nullptr);
+    if (rc < 0)
+    {
+        OutMessage = Session.Explain(rc);
+        return false;
+    }
+    return true;
+}
+
+// Best audio stream, its decoder and the resampler, as the editor's import
+// sets them up.
+bool OpenDecoder(DecodeSession& Session, std::string& OutMessage)
+{
+    const int index = av_find_best_stream(Session.Format, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    if (index < 0)
+    {
+        OutMessage = Session.Explain(index);
+        return false;
+    }
+    Session.StreamIndex = index;
+    const AVCodecParameters* parameters = Session.Format->streams[index]->codecpar;
+    const AVCodec* codec = avcodec_find_decoder(parameters->codec_id);
+    if (!codec)
+    {
+        OutMessage = std::string("No decoder here for this audio (") + avcodec_get_name(parameters->codec_id) + ").";
+        return false;
+    }
+    Session.Codec = avcodec_alloc_context3(codec);
+    if (!Session.Codec)
+    {
+        OutMessage = "Not enough memory to open the decoder.";
+        return false;
+    }
+    int rc = avcodec_parameters_to_context(Session.Codec, parameters);
+    if (rc >= 0)
+        rc = avcodec_open2(Session.Codec, codec, nullptr);
+    if (rc < 0)
+    {
+        OutMessage = Session.Explain(rc);
+        return false;
+    }
+    return true;
+}
+
+bool OpenResampler(DecodeSession& Session, std::string& OutMessage)
+{
+    AVChannelLayout outLayout;
+    av_channel_layout_default(&outLayout, kOutChannels);
+    AVChannelLayout inputLayout = {};
+    int rc = 0;
+    if (Session.Codec->ch_layout.nb_channels > 0)
+        rc = av_channel_layout_copy(&inputLayout, &Session.Codec->ch_layout);
+    else
+        av_channel_layout_default(&inputLayout, kOutChannels);
+    if (rc >= 0)
+        rc = swr_alloc_set_opts2(&Session.Swr, &outLayout, AV_SAMPLE_FMT_FLT, kOutRate, &inputLayout,
+                                 Session.Codec->sample_fmt, Session.Codec->sample_rate, 0, nullptr);
+    av_channel_layout_uninit(&outLayout);
+    av_channel_layout_uninit(&inputLayout);
+    if (rc >= 0 && Session.Swr)
+        rc = swr_init(Session.Swr);
+    if (rc < 0 || !Session.Swr)
+    {
+        OutMessage = "Cannot convert this audio: " + FfmpegErrorText(rc < 0 ? rc : AVERROR(EINVAL)) + ".";
+        return false;
+    }
+    return true;
+}
+
+bool AllocateBuffers(DecodeSession& Session, size_t SlotCount, std::string& OutMessage)
+{
+    Session.Packet = av_packet_alloc();
+    bool ok = Session.Packet != nullptr;
+    for (size_t i = 0; ok && i < SlotCount; ++i)
+    {
+        Session.Slots.push_back(av_frame_alloc());
+        ok = Session.Slots.back() != nullptr;
+    }
+    if (!ok)
+        OutMessage = "Not enough memory to decode.";
+    return ok;
+}
+
+// --- Output ---
+
+// Faults the pages of the output buffer in before the resampler gets there,
+// in steps taken by a thread that would otherwise wait. The kernel's clearing
+// of fresh pages is then off the resampler's path.
+class Prefaulter
+{
+public:
+    // Region: the reserved buffer. An empty region, or a kernel without
+    // MADV_POPULATE_WRITE, makes every step a no-op.
+    void SetRegion(void* Data, size_t Bytes)
+    {
+        std::lock_guard<std::mutex> lock(Lock);
+        const uintptr_t begin = reinterpret_cast<uintptr_t>(Data);
+        const uintptr_t aligned = (begin + kPageBytes - 1) & ~(kPageBytes - 1);
+        Begin = reinterpret_cast<char*>(aligned);
+        EndBytes = aligned < begin + Bytes ? begin + Bytes - aligned : 0;
+        DoneBytes = 0;
+    }
+
+    // The buffer moves (the file was longer than its header said): the old
+    // region is gone, and the rest is left to the writes themselves.
+    void Forget() { SetRegion(nullptr, 0); }
+
+    // Written so far, as a share of the region; set by the resampler.
+    void SetWritten(size_t Bytes) { WrittenBytes.store(Bytes, std::memory_order_relaxed); }
+
+    // Faults one step in. False when there is nothing to do now, or another
+    // thread is at it.
+    bool Step()
+    {
+        std::unique_lock<std::mutex> lock(Lock, std::try_to_lock);
+        if (!lock.owns_lock() || DoneBytes >= EndBytes ||
+            DoneBytes > WrittenBytes.load(std::memory_order_relaxed) + kPrefaultAheadBytes)
+            return false;
+        const size_t bytes = std::min(kPrefaultStepBytes, EndBytes - DoneBytes);
+        if (madvise(Begin + DoneBytes, bytes, MADV_POPULATE_WRITE) != 0)
+        {
+            EndBytes = 0;  // not supported here: the writes fault as they go
+            return false;
+        }
+        DoneBytes += bytes;
+        return true;
+    }
+
+private:
+    static constexpr uintptr_t kPageBytes = 4096;
+    std::mutex Lock;
+    char* Begin = nullptr;
+    size_t EndBytes = 0;
+    size_t DoneBytes = 0;
+    std::atomic<size_t> WrittenBytes{0};
+};
+
+// Room for the whole file from the container's duration, like the editor's
+// import, and no more than the bound allows.
+void ReserveForDuration(std::vector<float>& Frames, const AVFormatContext* Format, uint64_t MaxDecodedBytes)
+{
+    if (Format->duration <= 0)
+        return;
+    const double durationSec = std::min(static_cast<double>(Format->duration) / AV_TIME_BASE, kMaxReservedSec);
+    const double frames = durationSec * 1.01 * kOutRate + kOutRate;
+    const size_t floats = static_cast<size_t>(frames) * kOutChannels;
+    LargeBuffer::ReserveFloats(Frames, std::min<uint64_t>(floats, MaxDecodedBytes / sizeof(float) + 1));
+}
+
+// --- Conversion ---
+
+// Turns decoded frames into output frames, on the resampler's thread.
+class Converter
+{
+public:
+    Converter(DecodeSession& Session, std::vector<float>& Frames, Prefaulter& Faults, uint64_t MaxDecodedBytes)
+        : Swr(Session.Swr),
+          InputFormat(Session.Codec->sample_fmt),
+          InputChannels(Session.Codec->ch_layout.nb_channels),
+          Frames(Frames),
+          Faults(Faults),
+          MaxFloats(MaxDecodedBytes / sizeof(float)),
+          MaxDecodedBytes(MaxDecodedBytes)
+    {
+    }
+
+    // One decoded frame. CodecRate is the decoder's rate when the frame came
+    // out, which the editor sizes the output room by. False ends the decoding,
+    // with a message in Failed when it is an error.
+    bool Convert(const AVFrame* Frame, int CodecRate, Failure& Failed)
+    {
+        // The editor's import would read planes the frame does not have; a
+        // stream that changes its format midway ends there instead.
+        if (Frame->format != InputFormat || (InputChannels > 0 && Frame->ch_layout.nb_channels != InputChannels))
+            return false;
+        const int rate = std::max(CodecRate, 1);
+        const int64_t delay = swr_get_delay(Swr, rate);
+        const int64_t wanted =
+            std::max<int64_t>(1, av_rescale_rnd(delay + Frame->nb_samples, kOutRate, rate, AV_ROUND_UP));
+        // One frame of room beyond the bound tells "more than allowed" from "all
+        // of it" without changing what the resampler does below the bound.
+        const int64_t allowed = static_cast<int64_t>((MaxFloats - std::min(MaxFloats, Written)) / kOutChannels) + 1;
+        const int room = static_cast<int>(std::min({wanted, allowed, int64_t(INT32_MAX / kOutChannels)}));
+        if (!EnsureRoom(Written + static_cast<size_t>(room) * kOutChannels, Failed))
+            return false;
+        uint8_t* outData[1] = {reinterpret_cast<uint8_t*>(Frames.data() + Written)};
+        const int made = swr_convert(Swr, outData, room, const_cast<const uint8_t**>(Frame->extended_data),
+                                     Frame->nb_samples);
+        if (made < 0)
+        {
+            Failed.Set("Failed while resampling audio: " + FfmpegErrorText(made) + ".");
+            return false;
+        }
+        Written += static_cast<size_t>(made) * kOutChannels;
+        Faults.SetWritten(Written * sizeof(float));
+        if (Written > MaxFloats)
+        {
+            Failed.Set("The audio is longer than the limit of " + SizeText(MaxDecodedBytes) +
+                       " of decoded samples; opening stopped.");
+            return false;
+        }
+        return true;
+    }
+
+    size_t WrittenFloats() const { return Written; }
+
+private:
+    // Makes Frames at least Floats long: zeroed a little at a time, so the
+    // zeroes are in cache when overwritten; moved to a larger reservation
+    // only when the file is longer than its container said.
+    bool EnsureRoom(size_t Floats, Failure& Failed)
+    {
+        if (Frames.size() >= Floats)
+            return true;
+        try
+        {
+            if (Floats > Frames.capacity())
+            {
+                Faults.Forget();
+                LargeBuffer::ReserveFloats(Frames, std::max(Floats, Frames.capacity() + Frames.capacity() / 2));
+            }
+            Frames.resize(std::min(Frames.capacity(), std::max(Floats, Frames.size() + kGrowFloats)));
+        }
+        catch (const std::bad_alloc&)
+        {
+            Failed.Set("Not enough memory to hold the audio.");
+            return false;
+        }
+        return true;
+    }
+
+    SwrContext* Swr;
+    const int InputFormat;
+    const int InputChannels;
+    std::vector<float>& Frames;
+    Prefaulter& Faults;
+    const uint64_t MaxFloats;
+    const uint64_t MaxDecodedBytes;
+    size_t Written = 0;
+};
+
+// --- Frame queue ---
+
+// A ring over the session's frame slots. The decoder fills the slot at the
+// tail, the resampler converts the one at the head. A side that has to wait
+// faults output pages in first, and sleeps until the other side is half way,
+// so that two threads of about the same speed do not wake each other for
+// every frame.
+class FrameQueue
+{
+public:
+    FrameQueue(std::vector<AVFrame*>& Slots, Prefaulter& Faults) : Slots(Slots), Rates(Slots.size()), Faults(Faults)
+    {
+    }
+
+    // Decoder side: the slot to decode into next, or null once the resampler
+    // has stopped.
+    AVFrame* FreeSlot()
+    {
+        std::unique_lock<std::mutex> lock(Lock);
+        if (Count == Slots.size())
+            WaitIdle(lock, bDecoderWaiting, [this] { return bStopped || Count <= Slots.size() / 2; });
+        return bStopped ? nullptr : Slots[(Head + Count) % Slots.size()];
+    }
+
+    // Decoder side: the free slot holds a frame decoded at CodecRate.
+    void Publish(int CodecRate)
+    {
+        std::lock_guard<std::mutex> lock(Lock);
+        Rates[(Head + Count) % Slots.size()] = CodecRate;
+        ++Count;
+        if (bResamplerWaiting && Count >= Slots.size() / 2)
+            Changed.notify_all();
+    }
+
+    // Decoder side: nothing more will come.
+    void Close()
+    {
+        std::lock_guard<std::mutex> lock(Lock);
+        bClosed = true;
+        Changed.notify_all();
+    }
+
+    // Resampler side: the oldest decoded frame, or null when the decoder has
+    // closed and everything is converted.
+    AVFrame* Oldest(int& OutCodecRate)
+    {
+        std::unique_lock<std::mutex> lock(Lock);
+        if (Count == 0)
+            WaitIdle(lock, bResamplerWaiting, [this] { return bClosed || Count >= Slots.size() / 2; });
+        if (Count == 0)
+            return nullptr;
+        OutCodecRate = Rates[Head];
+        return Slots[Head];
+    }
+
+    // Resampler side: the oldest frame is converted; its slot is free again.
+    void Release()
+    {
+        av_frame_unref(Slots[Head]);
+        std::lock_guard<std::mutex> lock(Lock);
+        Head = (Head + 1) % Slots.size();
+        --Count;
+        if (bDecoderWaiting && Count <= Slots.size() / 2)
+            Changed.notify_all();
+    }
+
+    // Resampler side: no more frames are wanted.
+    void Stop()
+    {
+        std::lock_guard<std::mutex> lock(Lock);
+        bStopped = true;
+        Changed.notify_all();
+    }
+
+private:
+    template <typename Ready>
+    void WaitIdle(std::unique_lock<std::mutex>& Held, bool& bWaiting, Ready IsReady)
+    {
+        bWaiting = true;
+        while (!IsReady())
+        {
+            Held.unlock();
+            const bool bFaulted = Faults.Step();
+            Held.lock();
+            if (!bFaulted && !IsReady())
+                Changed.wait(Held);
+        }
+        bWaiting = false;
+    }
+
+    std::vector<AVFrame*>& Slots;
+    std::vector<int> Rates;
+    Prefaulter& Faults;
+    std::mutex Lock;
+    std::condition_variable Changed;
+    size_t Head = 0;
+    size_t Count = 0;
+    // Each side's own flag: one side may still be on its way out of a wait
+    // when the other starts one.
+    bool bDecoderWaiting = false;
+    bool bResamplerWaiting = false;
+    bool bClosed = false;
+    bool bStopped = false;
+};
+
+// --- Decoding ---
+
+// Where decoded frames go: a slot to decode into (null: stop), and the news
+// that it holds a frame (false: stop).
+struct FrameSink
+{
+    std::function<AVFrame*()> FreeSlot;
+    std::function<bool(int CodecRate)> Filled;
+};
+
+// Every frame the decoder has for now, as the editor's import takes them:
+// any result but a frame ends the round.
+bool ReceiveFrames(DecodeSession& Session, const FrameSink& Sink)
+{
+    for (;;)
+    {
+        AVFrame* slot = Sink.FreeSlot();
+        if (!slot)
+            return false;
+        if (avcodec_receive_frame(Session.Codec, slot) != 0)
+            return true;
+        if (!Sink.Filled(Session.Codec->sample_rate))
+            return false;
+    }
+}
+
+// The packet loop of the editor's import: a read error or a damaged packet
+// ends or skips as it does there. Progress starts with the first packet.
+void DecodePackets(DecodeSession& Session, const FrameSink& Sink)
+{
+    Session.Input.bReportProgress = true;
+    bool ok = true;
+    while (ok && !Session.Input.Cancelled() && av_read_frame(Session.Format, Session.Packet) >= 0)
+    {
+        if (Session.Packet->stream_index == Session.StreamIndex &&
+            avcodec_send_packet(Session.Codec, Session.Packet) == 0)
+            ok = ReceiveFrames(Session, Sink);
+        av_packet_unref(Session.Packet);
+    }
+    if (ok && !Session.Input.Cancelled() && avcodec_send_packet(Session.Codec, nullptr) == 0)
+        ReceiveFrames(Session, Sink);
+}
+
+void DecodeOnOneThread(DecodeSession& Session, Converter& Convert, Failure& Failed)
+{
+    AVFrame* slot = Session.Slots.front();
+    FrameSink sink;
+    sink.FreeSlot = [slot] { return slot; };
+    sink.Filled = [&](int CodecRate) {
+        const bool ok = !Session.Input.Cancelled() && Convert.Convert(slot, CodecRate, Failed);
+        av_frame_unref(slot);
+        return ok;
+    };
+    DecodePackets(Session, sink);
+}
+
+// Demuxing and decoding on the calling thread, resampling on a second one.
+void DecodeAsPipeline(DecodeSession& Session, Converter& Convert, Prefaulter& Faults, Failure& Failed)
+{
+    FrameQueue queue(Session.Slots, Faults);
+    std::thread resampler([&] {
+        int codecRate = 0;
+        while (const AVFrame* frame = queue.Oldest(codecRate))
+        {
+            const bool ok = !Session.Input.Cancelled() && Convert.Convert(frame, codecRate, Failed);
+            queue.Release();
+            if (!ok)
+                break;
+        }
+        queue.Stop();
+    });
+    FrameSink sink;
+    sink.FreeSlot = [&] { return queue.FreeSlot(); };
+    sink.Filled = [&](int CodecRate) {
+        queue.Publish(CodecRate);
+        return true;
+    };
+    DecodePackets(Session, sink);
+    queue.Close();
+    resampler.join();
+    // Frames the resampler did not get to go back to the decoder's pool here,
+    // before the decoder is freed.
+    for (AVFrame* slot : Session.Slots)
+        av_frame_unref(slot);
+}
+
+// --- Entry point ---
+
+std::string Lowered(std::string Text)
+{
+    for (char& c : Text)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return Text;
+}
+
+void AddTags(const AVDictionary* Metadata, std::map<std::string, std::string>& OutTags)
+{
+    const AVDictionaryEntry* entry = nullptr;
+    while ((entry = av_dict_get(Metadata, "", entry, AV_DICT_IGNORE_SUFFIX)))
+        OutTags.emplace(Lowered(entry->key), entry->value);
+}
+
+void DescribeSource(const DecodeSession& Session, DecodedAudio& Out)
+{
+    const AVStream* stream = Session.Format->streams[Session.StreamIndex];
+    const AVCodec* codec = Session.Codec->codec;
+    Out.CodecName = codec->long_name ? codec->long_name : codec->name;
+    const AVInputFormat* container = Session.Format->iformat;
+    Out.ContainerName = container->long_name ? container->long_name : container->name;
+    Out.SourceSampleRate = stream->codecpar->sample_rate;
+    Out.SourceChannels = stream->codecpar->ch_layout.nb_channels;
+    char layout[128] = {};
+    if (av_channel_layout_describe(&stream->codecpar->ch_layout, layout, sizeof layout) >= 0)
+        Out.SourceChannelLayout = layout;
+    if (Session.Format->duration > 0)
+        Out.SourceDurationSec = static_cast<double>(Session.Format->duration) / AV_TIME_BASE;
+    AddTags(Session.Format->metadata, Out.Tags);
+    AddTags(stream->metadata, Out.Tags);
+}
+
+bool Decode(const std::string& Path, const DecodeControl& Control, DecodedAudio& Out, std::string& OutMessage)
+{
+    DecodeSession session;
+    session.Input.pCancel = Control.pCancel;
+    session.Input.pProgress = Control.pProgress;
+    const bool bPipeline = Control.Threads >= 2;
+    if (!session.Input.File.Open(Path, OutMessage) || !OpenDemuxer(session, Path, OutMessage) ||
+        !OpenDecoder(session, OutMessage) || !OpenResampler(session, OutMessage) ||
+        !AllocateBuffers(session, bPipeline ? kQueueFrames : 1, OutMessage))
+        return false;
+
+    std::vector<float> frames;
+    ReserveForDuration(frames, session.Format, Control.MaxDecodedBytes);
+    Prefaulter faults;
+    faults.SetRegion(frames.data(), frames.capacity() * sizeof(float));
+    Converter convert(session, frames, faults, Control.MaxDecodedBytes);
+    Failure failed;
+    if (bPipeline)
+        DecodeAsPipeline(session, convert, faults, failed);
+    else
+        DecodeOnOneThread(session, convert, failed);
+
+    OutMessage = session.Input.Cancelled() ? std::string(kCancelledMessage) : failed.Get();
+    if (OutMessage.empty() && convert.WrittenFloats() == 0)
+        OutMessage = "No audio could be decoded from the file.";
+    if (!OutMessage.empty())
+        return false;
+    frames.resize(convert.WrittenFloats());
+    Out.Frames = std::move(frames);
+    DescribeSource(session, Out);
+    if (Control.pProgress)
+        Control.pProgress->store(1.0, std::memory_order_relaxed);
+    return true;
+}
+}  // namespace
+
+bool DecodeAudioFile(const std::string& Path, const DecodeControl& Control, DecodedAudio& Out,
+                     std::string* ErrorMessage)
+{
+    Out = DecodedAudio();
+    std::string message;
+    bool ok = false;
+    try
+    {
+        ok = Decode(Path, Control, Out, message);
+    }
+    catch (const std::bad_alloc&)
+    {
+        message = "Not enough memory to open the file.";
+    }
+    catch (const std::system_error&)
+    {
+        message = "Cannot start the decoding thread.";
+    }
+    if (!ok)
+        Out = DecodedAudio();
+    if (!ok && ErrorMessage)
+        *ErrorMessage = message;
+    return ok;
+}

@@ -1,0 +1,59 @@
+// The program's decoder: one local audio file to interleaved float at 48000 Hz,
+// 2 channels, sample for sample what the editor's own import gives, but
+// cancellable, with progress, bounded, on both cores, and reading nothing but
+// the file the user chose. Meant to run on a worker thread of the host; the
+// result goes to GLWaveEdit::AdoptDecodedDocument.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+struct DecodedAudio
+{
+    // Interleaved float, 48000 Hz, 2 channels. Laid out once, on huge pages.
+    std::vector<float> Frames;
+    // The decoder's and the container's long names ("MP3 (MPEG audio layer 3)"),
+    // or their short names where FFmpeg has no long one.
+    std::string CodecName;
+    std::string ContainerName;
+    // As the file has them, before the conversion.
+    int SourceSampleRate = 0;
+    int SourceChannels = 0;
+    std::string SourceChannelLayout;  // "stereo", "mono", "5.1", "3 channels"
+    double SourceDurationSec = 0.0;   // what the container says; 0 when it says nothing
+    // Container and stream tags, keys lower-cased: title, artist, album, track,
+    // date, comment and whatever else the file carries. The container's win.
+    std::map<std::string, std::string> Tags;
+};
+
+// 6 GiB of float is 4.7 hours at 48000 Hz stereo: beyond any file the editor
+// is meant for, below what fills this kind of machine.
+constexpr uint64_t kDefaultMaxDecodedBytes = uint64_t(6) << 30;
+
+struct DecodeControl
+{
+    // Set from any thread: decoding stops soon after and fails with
+    // "Opening cancelled.".
+    const std::atomic<bool>* pCancel = nullptr;
+    // Written by the decoding: 0..1, the share of the file read so far. Ends
+    // at 1 on success.
+    std::atomic<double>* pProgress = nullptr;
+    // Decoded output larger than this fails; a file that expands without end
+    // (a rate of 1 Hz, say) stops here instead of filling memory.
+    uint64_t MaxDecodedBytes = kDefaultMaxDecodedBytes;
+    // 1: everything on the calling thread. 2 or more: the resampling runs on a
+    // second thread, fed through a short queue of decoded frames.
+    int Threads = 2;
+};
+
+// Decodes the best audio stream of the local file Path (a plain path, never a
+// URL or protocol) into Out. A damaged stretch or a read error ends the audio
+// there, as in the editor's import. Returns false with a message for the user
+// in ErrorMessage (when not null) if the file is missing, not a regular file,
+// not audio, decodes to nothing, exceeds the bound, or opening is cancelled;
+// Out is then empty.
+bool DecodeAudioFile(const std::string& Path, const DecodeControl& Control, DecodedAudio& Out,
+                     std::string* ErrorMessage);

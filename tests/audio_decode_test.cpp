@@ -1,0 +1,307 @@
+// The program's decoder: the editor's own import sample for sample, the
+// file's facts and tags, nothing read but the chosen file, and cancel,
+// progress and the size bound working from another thread.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <thread>
+
+#include "audio_decode.h"
+#include "test_support.h"
+
+namespace
+{
+struct Result
+{
+    bool bOk = false;
+    DecodedAudio Audio;
+    std::string Error;
+};
+
+Result Decode(const std::string& Path, DecodeControl Control = {})
+{
+    Result r;
+    r.bOk = DecodeAudioFile(Path, Control, r.Audio, &r.Error);
+    return r;
+}
+
+// A hang guard, not a timing: a decoding that never returns fails the test
+// instead of stalling the suite.
+Result DecodeWithin(std::chrono::seconds Limit, const std::string& Path, DecodeControl Control = {})
+{
+    auto pending = std::async(std::launch::async, [=] { return Decode(Path, Control); });
+    if (pending.wait_for(Limit) != std::future_status::ready)
+    {
+        ADD_FAILURE() << Path << " did not return within " << Limit.count() << " s";
+        std::abort();  // the thread cannot be joined; nothing else would end it
+    }
+    return pending.get();
+}
+
+std::vector<float> EditorFrames(const std::string& Path)
+{
+    GLWaveEdit editor;
+    editor.SetExternalPeakWaveform(Path, {}, 0.0);
+    return Access::PcmFrames(editor);
+}
+
+float LargestDifference(const std::vector<float>& A, const std::vector<float>& B)
+{
+    float largest = 0.0f;
+    for (size_t i = 0; i < std::min(A.size(), B.size()); ++i)
+        largest = std::max(largest, std::fabs(A[i] - B[i]));
+    return largest;
+}
+
+void WriteBytes(const std::string& Path, const std::string& Bytes)
+{
+    std::ofstream out(Path, std::ios::binary | std::ios::trunc);
+    out << Bytes;
+}
+
+const char* const kStereo441 =
+    "-f lavfi -i 'aevalsrc=0.5*sin(2*PI*440*t)|0.3*sin(2*PI*660*t):s=44100:d=4'";
+}  // namespace
+
+TEST(AudioDecode, EveryFormatEqualsTheEditorsImportOnOneAndTwoThreads)
+{
+    struct Fixture { const char* Name; std::string Args; int Rate; int Channels; const char* Codec; };
+    const Fixture fixtures[] = {
+        {"audio_decode.mp3", std::string(kStereo441) + " -c:a libmp3lame", 44100, 2, "MP3"},
+        {"audio_decode.ogg", std::string(kStereo441) + " -c:a libvorbis", 44100, 2, "Vorbis"},
+        {"audio_decode.flac", std::string(kStereo441) + " -c:a flac", 44100, 2, "FLAC"},
+        {"audio_decode.wav", std::string(kStereo441) + " -c:a pcm_s16le", 44100, 2, "PCM signed 16-bit"},
+        {"audio_decode.m4a", std::string(kStereo441) + " -c:a aac", 44100, 2, "AAC"},
+        {"audio_decode_mono.mp3",
+         "-f lavfi -i sine=frequency=440:sample_rate=22050:duration=3 -c:a libmp3lame", 22050, 1, "MP3"},
+    };
+    for (const Fixture& f : fixtures)
+    {
+        SCOPED_TRACE(f.Name);
+        const std::string path = MakeFfmpegFixture(f.Name, f.Args);
+        ASSERT_FALSE(path.empty());
+        const std::vector<float> expected = EditorFrames(path);
+        ASSERT_GT(expected.size(), 48000u * 2);  // more than a second came out of the editor's import
+        for (int threads : {1, 2})
+        {
+            SCOPED_TRACE(threads);
+            DecodeControl control;
+            control.Threads = threads;
+            const Result r = Decode(path, control);
+            ASSERT_TRUE(r.bOk) << r.Error;
+            ASSERT_EQ(r.Audio.Frames.size(), expected.size());
+            EXPECT_LE(LargestDifference(r.Audio.Frames, expected), 1e-6f);
+            EXPECT_EQ(r.Audio.SourceSampleRate, f.Rate);
+            EXPECT_EQ(r.Audio.SourceChannels, f.Channels);
+            EXPECT_NE(r.Audio.CodecName.find(f.Codec), std::string::npos) << r.Audio.CodecName;
+        }
+    }
+}
+
+TEST(AudioDecode, ReportsTheFilesFormatDurationAndTags)
+{
+    const std::string tags =
+        " -metadata title='Night Take' -metadata artist=Someone -metadata album=Demos -metadata track=7"
+        " -metadata date=2024 -metadata comment=rough";
+    struct Fixture { const char* Name; const char* Codec; const char* Container; const char* Layout; };
+    const Fixture fixtures[] = {
+        {"audio_decode_tags.mp3", "libmp3lame", "MP2/3 (MPEG audio layer 2/3)", "stereo"},
+        {"audio_decode_tags.ogg", "libvorbis", "Ogg", "stereo"},  // Vorbis comments live on the stream
+        {"audio_decode_tags.flac", "flac", "raw FLAC", "stereo"},
+    };
+    for (const Fixture& f : fixtures)
+    {
+        SCOPED_TRACE(f.Name);
+        const std::string path =
+            MakeFfmpegFixture(f.Name, std::string(kStereo441) + " -c:a " + f.Codec + tags);
+        ASSERT_FALSE(path.empty());
+        const Result r = Decode(path);
+        ASSERT_TRUE(r.bOk) << r.Error;
+        EXPECT_EQ(r.Audio.ContainerName, f.Container);
+        EXPECT_EQ(r.Audio.SourceChannelLayout, f.Layout);
+        EXPECT_NEAR(r.Audio.SourceDurationSec, 4.0, 0.06);  // 4 s, give or take an MP3 frame (1152 / 44100)
+        const std::map<std::string, std::string> expected{{"title", "Night Take"}, {"artist", "Someone"},
+                                                          {"album", "Demos"},      {"track", "7"},
+                                                          {"date", "2024"},        {"comment", "rough"}};
+        for (const auto& [key, value] : expected)
+            EXPECT_EQ(r.Audio.Tags.count(key) ? r.Audio.Tags.at(key) : "<missing>", value) << key;
+    }
+}
+
+TEST(AudioDecode, RefusesWhatIsNotARegularFileWithAClearMessage)
+{
+    const std::string folder = ScratchPath("audio_decode_folder");
+    std::filesystem::create_directories(folder);
+    const std::string fifo = ScratchPath("audio_decode_fifo.wav");
+    std::filesystem::remove(fifo);
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    struct Case { std::string Path; const char* Message; };
+    const Case cases[] = {
+        {ScratchPath("audio_decode_missing.wav"), "File not found."},
+        {"", "File not found."},
+        {folder, "That is a folder, not an audio file."},
+        {fifo, "Not a regular file (a pipe or a device)."},  // would wait for a writer if opened plainly
+        {"/dev/zero", "Not a regular file (a pipe or a device)."},
+    };
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.Path);
+        const Result r = DecodeWithin(std::chrono::seconds(10), c.Path);
+        EXPECT_FALSE(r.bOk);
+        EXPECT_EQ(r.Error, c.Message);
+        EXPECT_TRUE(r.Audio.Frames.empty());
+    }
+    std::filesystem::remove(fifo);
+}
+
+TEST(AudioDecode, OpensANameWithAColonAsItselfAndNoNameAsAProtocol)
+{
+    const std::string take = MakeFfmpegFixture("take:2.wav", std::string(kStereo441) + " -c:a pcm_s16le");
+    const std::string other = MakeFfmpegFixture("audio_decode_other.wav", std::string(kStereo441) + " -c:a pcm_s16le");
+    ASSERT_FALSE(take.empty());
+    ASSERT_FALSE(other.empty());
+    const Result byFullPath = Decode(take);
+    ASSERT_TRUE(byFullPath.bOk) << byFullPath.Error;
+
+    // "take:" in front would name a protocol to FFmpeg; here it is the file's name.
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(std::filesystem::path(take).parent_path());
+    const Result byRelativePath = Decode("take:2.wav");
+    const Result concat = Decode("concat:take:2.wav|audio_decode_other.wav");
+    std::filesystem::current_path(before);
+
+    ASSERT_TRUE(byRelativePath.bOk) << byRelativePath.Error;
+    EXPECT_EQ(byRelativePath.Audio.Frames, byFullPath.Audio.Frames);
+    EXPECT_FALSE(concat.bOk);  // both parts exist, but no file has that name
+    EXPECT_EQ(concat.Error, "File not found.");
+}
+
+TEST(AudioDecode, NeverReadsAFileThatTheChosenFileNames)
+{
+    // The file a hostile list points at: a 1 kHz tone, 2 s, of a kind a
+    // playlist may name.
+    const std::string secret =
+        MakeFfmpegFixture("audio_decode_secret.mp3", "-f lavfi -i sine=frequency=1000:duration=2 -c:a libmp3lame");
+    ASSERT_FALSE(secret.empty());
+    const std::string playlist = "#EXTM3U\n#EXT-X-TARGETDURATION:10\n#EXTINF:2.0,\nfile://" + secret +
+                                 "\n#EXT-X-ENDLIST\n";
+    struct Case { const char* Name; std::string Text; };
+    const Case cases[] = {
+        {"audio_decode_playlist.m3u8", playlist},
+        {"audio_decode_playlist.mp3", playlist},
+        {"audio_decode_list.wav", "ffconcat version 1.0\nfile '" + secret + "'\n"},
+        {"audio_decode_relative_list.wav", "ffconcat version 1.0\nfile 'audio_decode_secret.mp3'\n"},
+    };
+    // The editor's import, which opens what it is given, does follow the
+    // playlist: the fixture is a real threat.
+    WriteBytes(ScratchPath(cases[0].Name), cases[0].Text);
+    // More than a second of it: 48000 * 2 floats.
+    ASSERT_GT(EditorFrames(ScratchPath(cases[0].Name)).size(), 96000u);
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.Name);
+        const std::string path = ScratchPath(c.Name);
+        WriteBytes(path, c.Text);
+        const Result r = DecodeWithin(std::chrono::seconds(10), path);
+        EXPECT_FALSE(r.bOk) << "decoded " << r.Audio.Frames.size() << " floats";
+        EXPECT_FALSE(r.Error.empty());
+    }
+}
+
+TEST(AudioDecode, GarbageIsNotAnAudioFile)
+{
+    const std::string fake = ScratchPath("audio_decode_fake.mp3");
+    WriteBytes(fake, "ID3abcdefg");  // 10 bytes: an ID3 tag's start and nothing else
+    const std::string noise = ScratchPath("audio_decode_noise.wav");
+    std::string bytes;
+    for (uint32_t i = 0, seed = 777; i < 50000; ++i)
+        bytes.push_back(static_cast<char>((seed = seed * 1664525u + 1013904223u) >> 24));
+    WriteBytes(noise, bytes);
+    for (const std::string& path : {fake, noise})
+    {
+        SCOPED_TRACE(path);
+        const Result r = Decode(path);
+        EXPECT_FALSE(r.bOk);
+        EXPECT_EQ(r.Error, "Not an audio file.");
+        EXPECT_TRUE(r.Audio.Frames.empty());
+    }
+}
+
+TEST(AudioDecode, CancelFromAnotherThreadStopsEarlyAndProgressEndsAtOne)
+{
+    // 10 minutes: far more than the moment it takes to cancel.
+    const std::string path = MakeFfmpegFixture(
+        "audio_decode_long.wav", "-f lavfi -i sine=frequency=440:sample_rate=44100:duration=600 -ac 2 -c:a pcm_s16le");
+    ASSERT_FALSE(path.empty());
+    for (int threads : {1, 2})
+    {
+        SCOPED_TRACE(threads);
+        std::atomic<bool> cancel{false};
+        std::atomic<double> progress{0.0};
+        DecodeControl control;
+        control.pCancel = &cancel;
+        control.pProgress = &progress;
+        control.Threads = threads;
+        auto pending = std::async(std::launch::async, [&] { return Decode(path, control); });
+        while (progress.load() == 0.0)
+            std::this_thread::yield();
+        cancel = true;
+        ASSERT_EQ(pending.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+        const Result r = pending.get();
+        EXPECT_FALSE(r.bOk);
+        EXPECT_EQ(r.Error, "Opening cancelled.");
+        EXPECT_TRUE(r.Audio.Frames.empty());
+        EXPECT_LT(progress.load(), 1.0);
+    }
+    const std::string whole = MakeFfmpegFixture("audio_decode_progress.flac", std::string(kStereo441) + " -c:a flac");
+    ASSERT_FALSE(whole.empty());
+    for (int threads : {1, 2})
+    {
+        std::atomic<double> progress{0.0};
+        DecodeControl control;
+        control.pProgress = &progress;
+        control.Threads = threads;
+        const Result r = Decode(whole, control);
+        ASSERT_TRUE(r.bOk) << r.Error;
+        EXPECT_EQ(progress.load(), 1.0);
+    }
+}
+
+TEST(AudioDecode, StopsAtTheSizeBoundWithItsSizeInTheMessage)
+{
+    const std::string path = MakeFfmpegFixture("audio_decode_bound.flac", std::string(kStereo441) + " -c:a flac");
+    ASSERT_FALSE(path.empty());
+    const Result whole = Decode(path);
+    ASSERT_TRUE(whole.bOk) << whole.Error;
+    const uint64_t bytes = whole.Audio.Frames.size() * sizeof(float);  // about 4 s * 48000 * 8 = 1.5 MB
+
+    struct Case { uint64_t MaxBytes; bool bOk; const char* Message; };
+    const Case cases[] = {
+        {bytes, true, ""},  // exactly the output: allowed
+        {bytes - 8, false,  // one stereo frame less
+         "The audio is longer than the limit of 1.5 MiB of decoded samples; opening stopped."},
+        {uint64_t(1) << 20, false,
+         "The audio is longer than the limit of 1.0 MiB of decoded samples; opening stopped."},
+    };
+    for (const Case& c : cases)
+        for (int threads : {1, 2})
+        {
+            SCOPED_TRACE(std::to_string(c.MaxBytes) + " bytes, " + std::to_string(threads) + " threads");
+            DecodeControl control;
+            control.MaxDecodedBytes = c.MaxBytes;
+            control.Threads = threads;
+            const Result r = Decode(path, control);
+            EXPECT_EQ(r.bOk, c.bOk);
+            EXPECT_EQ(r.Error, c.Message);
+            EXPECT_EQ(r.Audio.Frames.size(), c.bOk ? whole.Audio.Frames.size() : 0u);
+        }
+}
