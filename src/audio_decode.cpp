@@ -457,7 +457,6 @@ public:
     bool Step()
     {
         std::unique_lock<std::mutex> lock(Lock, std::try_to_lock);
-        if (getenv("GLWE_NO_PREFAULT")) return false;
         if (!lock.owns_lock() || DoneBytes >= EndBytes ||
             DoneBytes > WrittenBytes.load(std::memory_order_relaxed) + kPrefaultAheadBytes)
             return false;

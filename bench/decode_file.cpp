@@ -1,0 +1,39 @@
+// Decodes audio files with the program's decoder and prints what came out,
+// for timing beside the ffmpeg program (see decode_hour.sh).
+// Usage: decode_file [--threads N] FILE...
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "audio_decode.h"
+
+int main(int ArgumentCount, char** Arguments)
+{
+    DecodeControl control;
+    int status = 0;
+    for (int i = 1; i < ArgumentCount; ++i)
+    {
+        if (std::strcmp(Arguments[i], "--threads") == 0 && i + 1 < ArgumentCount)
+        {
+            control.Threads = std::atoi(Arguments[++i]);
+            continue;
+        }
+        DecodedAudio audio;
+        std::string error;
+        const auto started = std::chrono::steady_clock::now();
+        const bool ok = DecodeAudioFile(Arguments[i], control, audio, &error);
+        const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - started;
+        if (!ok)
+        {
+            std::fprintf(stderr, "%s: %s\n", Arguments[i], error.c_str());
+            status = 1;
+            continue;
+        }
+        // 48000 frames of 2 floats per second.
+        std::printf("%s: %s, %.3f s of audio in %.3f s\n", Arguments[i], audio.CodecName.c_str(),
+                    static_cast<double>(audio.Frames.size() / 2) / 48000.0, elapsed.count());
+    }
+    return status;
+}
