@@ -47,7 +47,8 @@ struct RenderRig
         if (!Context)
             Fail("SDL_GL_CreateContext", SDL_GetError());
         std::string error;
-        if (Font.Load(kFontPath, &error))
+        // GLWE_BENCH_NO_TEXT=1 leaves the font out, to show what text costs.
+        if (!std::getenv("GLWE_BENCH_NO_TEXT") && Font.Load(kFontPath, &error))
             Host.Host.pRend->pTTF = &Font;
         glViewport(0, 0, kWindowWidthPx, kWindowHeightPx);
 
@@ -244,6 +245,45 @@ void BM_FirstRenderAfterOpen(benchmark::State& State)
     }
 }
 
+// The GL floor of a frame here: clear, one blended quad over the window, and
+// glFinish. Under Xvfb the rasteriser is Mesa's software one, so every
+// filled pixel is CPU work that a GPU would take over.
+void BM_BlendedWindowQuadAlone(benchmark::State& State)
+{
+    Rig();
+    for (auto _ : State)
+    {
+        glClear(GL_COLOR_BUFFER_BIT);
+        glEnable(GL_BLEND);
+        glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+        glColor4f(0.2f, 0.4f, 0.8f, 0.5f);
+        glBegin(GL_QUADS);
+        glVertex2d(-1.0, -1.0);
+        glVertex2d(1.0, -1.0);
+        glVertex2d(1.0, 1.0);
+        glVertex2d(-1.0, 1.0);
+        glEnd();
+        glFinish();
+    }
+}
+
+// The editor's own work for a frame of a moving view, without GL: the
+// waveform columns of every trace from the summary, 1264 columns wide.
+void BM_ColumnsOfAMovingView(benchmark::State& State)
+{
+    RenderRig& rig = Rig();
+    const double span = SpanOf(State);
+    rig.ShowSpan(span);
+    int step = 0;
+    for (auto _ : State)
+    {
+        const double shift = span * 0.01 * ((step++ % 2) ? -1.0 : 1.0);
+        rig.Editor.ViewStartSec += shift;
+        rig.Editor.ViewEndSec += shift;
+        benchmark::DoNotOptimize(Access::RefreshRenderColumns(rig.Editor, 1264, 1264.0));
+    }
+}
+
 void Spans(benchmark::internal::Benchmark* Bench)
 {
     for (const int64_t spanMs : {3600000, 600000, 60000, 10000, 1000, 100, 10})
@@ -252,6 +292,8 @@ void Spans(benchmark::internal::Benchmark* Bench)
 }  // namespace
 
 BENCHMARK(BM_PlainMinMaxScanOfTheHour)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_BlendedWindowQuadAlone)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ColumnsOfAMovingView)->Apply(Spans)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_RenderCachedView)->Apply(Spans)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_RenderMovingView)->Apply(Spans)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_RenderAfterSelectionChange)->Unit(benchmark::kMillisecond);

@@ -30,7 +30,9 @@
 //   Extensions        opt-in, each in a file of its own and off by default:
 //                     tabs (glwaveedit_tabs.cpp), adopting a decoded document
 //                     (glwaveedit_adopt.cpp), edit history (glwaveedit_history.cpp)
-//   Render side       Render, NiceTimeStep, FormatTimeLabel (glwaveedit_render.cpp)
+//   Render side       Render, PlayPositionText, NiceTimeStep, FormatTimeLabel
+//                     (glwaveedit_render.cpp); the per-document waveform
+//                     summary it draws from (wave_summary.h)
 #pragma once
 
 #include <cstdint>

@@ -802,8 +802,10 @@ void GLWaveEdit::RenderLaneColumns(int Trace, double Top, double Bottom) const
 
     if (bWaveFill)
     {
+        // A column is a pixel wide, so each is one vertical line: far fewer
+        // pixels to set up than a strip of tall quads.
         UseColor(Blend(*pWaveColor, *pPlotBackColor, 0.1f, 0.9f));
-        glBegin(GL_QUAD_STRIP);
+        glBegin(GL_LINES);
         for (size_t i = 0; i < count; ++i)
         {
             glVertex2d(xs[i], AmpY(columns[i].MaxAmp, Top, Bottom) + 0.5 * PixelY());
@@ -813,7 +815,7 @@ void GLWaveEdit::RenderLaneColumns(int Trace, double Top, double Bottom) const
         if (count > 0 && columns[0].RmsAmp >= 0.0f)
         {
             UseColor(Blend(*pWaveColor, kWhite, 0.5f, 0.95f));
-            glBegin(GL_QUAD_STRIP);
+            glBegin(GL_LINES);
             for (size_t i = 0; i < count; ++i)
             {
                 const TraceColumn& c = columns[i];
