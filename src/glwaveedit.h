@@ -31,7 +31,9 @@
 //                     tabs (glwaveedit_tabs.cpp), adopting a decoded document
 //                     (glwaveedit_adopt.cpp), edit history (glwaveedit_history.cpp),
 //                     replaying journalled edits (glwaveedit_replay.cpp)
-//   Render side       Render, NiceTimeStep, FormatTimeLabel (glwaveedit_render.cpp)
+//   Render side       Render, PlayPositionText, NiceTimeStep, FormatTimeLabel
+//                     (glwaveedit_render.cpp); the per-document waveform
+//                     summary it draws from (wave_summary.h)
 #pragma once
 
 #include <cstdint>

@@ -762,7 +762,7 @@ void GLWaveEdit::RenderAmplitudeScale(int Lane, double Top, double Bottom) const
     const double nameWidth = name.empty() ? 0.0 : TextWidth(name, textPx) + 10.0 * PixelX();
     const double panelX2 = PlotX1 + nameWidth + labelWidth + 14.0 * PixelX();
 
-    UseColor(Blend(*pPlotBackColor, *pPlotBackColor, 0.0f, 0.78f));
+    UseColor(Blend(*pPlotBackColor, *pPlotBackColor, 0.0f, 0.88f));
     FillRect(PlotX1 + PixelX(), Top - PixelY(), panelX2, Bottom + PixelY());
     UseColor(*pAxisColor);
     VerticalLine(panelX2, Top - PixelY(), Bottom + PixelY());
@@ -804,8 +804,10 @@ void GLWaveEdit::RenderLaneColumns(int Trace, double Top, double Bottom) const
 
     if (bWaveFill)
     {
-        UseColor(Blend(*pWaveColor, *pPlotBackColor, 0.25f, 0.85f));
-        glBegin(GL_QUAD_STRIP);
+        // A column is a pixel wide, so each is one vertical line: far fewer
+        // pixels to set up than a strip of tall quads.
+        UseColor(Blend(*pWaveColor, *pPlotBackColor, 0.1f, 0.9f));
+        glBegin(GL_LINES);
         for (size_t i = 0; i < count; ++i)
         {
             glVertex2d(xs[i], AmpY(columns[i].MaxAmp, Top, Bottom) + 0.5 * PixelY());
@@ -814,8 +816,8 @@ void GLWaveEdit::RenderLaneColumns(int Trace, double Top, double Bottom) const
         glEnd();
         if (count > 0 && columns[0].RmsAmp >= 0.0f)
         {
-            UseColor(Blend(*pWaveColor, kWhite, 0.55f, 0.9f));
-            glBegin(GL_QUAD_STRIP);
+            UseColor(Blend(*pWaveColor, kWhite, 0.5f, 0.95f));
+            glBegin(GL_LINES);
             for (size_t i = 0; i < count; ++i)
             {
                 const TraceColumn& c = columns[i];
@@ -825,7 +827,7 @@ void GLWaveEdit::RenderLaneColumns(int Trace, double Top, double Bottom) const
             glEnd();
         }
     }
-    UseColor(Blend(*pWaveColor, kWhite, 0.2f, 1.0f));
+    UseColor(Blend(*pWaveColor, kWhite, 0.8f, 1.0f));
     for (const bool bUpper : {true, false})
     {
         glBegin(GL_LINE_STRIP);

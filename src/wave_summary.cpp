@@ -13,6 +13,9 @@
 
 // --- Fine blocks ---
 
+// Traces a ragged run scans on the stack; more go to the heap.
+static constexpr int kMaxScanTraces = 9;
+
 namespace
 {
 // Running min, max and sum of squares of one trace; NaN changes none of them.
@@ -126,6 +129,17 @@ void ScanAny(const float* Data, int Channels, int64_t First, int64_t End, Accumu
 }
 }  // namespace
 
+// Frames First .. End of any run, through the widest scan the channel count has.
+static void ScanFrames(const float* Data, int Channels, int64_t First, int64_t End, Accumulator* Out)
+{
+    if (Channels == 1)
+        ScanMono(Data, First, End, Out);
+    else if (Channels == 2)
+        ScanStereo(Data, First, End, Out);
+    else
+        ScanAny(Data, Channels, First, End, Out);
+}
+
 void WaveSummary::ComputeFineBlocks(const float* FrameData, int64_t FirstBlock, int64_t EndBlock)
 {
     Level& fine = Levels.front();
@@ -133,13 +147,7 @@ void WaveSummary::ComputeFineBlocks(const float* FrameData, int64_t FirstBlock, 
     for (int64_t b = FirstBlock; b < EndBlock; ++b)
     {
         const int64_t first = b * kFramesPerFineBlock;
-        const int64_t end = std::min(first + kFramesPerFineBlock, Frames);
-        if (ChannelCount == 1)
-            ScanMono(FrameData, first, end, traces.data());
-        else if (ChannelCount == 2)
-            ScanStereo(FrameData, first, end, traces.data());
-        else
-            ScanAny(FrameData, ChannelCount, first, end, traces.data());
+        ScanFrames(FrameData, ChannelCount, first, std::min(first + kFramesPerFineBlock, Frames), traces.data());
         float* out = fine.Values.data() + static_cast<size_t>(b) * Stride();
         for (const Accumulator& trace : traces)
         {
@@ -311,32 +319,22 @@ void WaveSummary::FoldLevel(int LevelIndex, const float* FrameData, int64_t Firs
     FoldLevel(LevelIndex - 1, FrameData, endBlock * size, Last, Out);
 }
 
+// The ragged ends of a run, at most a block's worth, with the same scan as a block.
 void WaveSummary::FoldSingleFrames(const float* FrameData, int64_t First, int64_t Last, Stats* Out) const
 {
-    const float channels = static_cast<float>(ChannelCount);
-    for (int64_t f = First; f <= Last; ++f)
+    Accumulator traces[kMaxScanTraces];
+    std::vector<Accumulator> manyTraces;
+    Accumulator* scanned = traces;
+    if (Traces() > kMaxScanTraces)
     {
-        const float* frame = FrameData + f * ChannelCount;
-        float mixed = 0.0f;
-        for (int c = 0; c <= ChannelCount; ++c)
-        {
-            float x = 0.0f;
-            if (c < ChannelCount)
-            {
-                x = frame[c];
-                mixed += x;
-            }
-            else
-            {
-                x = mixed / channels;
-            }
-            // A NaN compares false and changes nothing.
-            if (x < Out[c].MinAmp)
-                Out[c].MinAmp = x;
-            if (x > Out[c].MaxAmp)
-                Out[c].MaxAmp = x;
-            if (x == x)
-                Out[c].SumSquares += static_cast<double>(x) * x;
-        }
+        manyTraces.resize(static_cast<size_t>(Traces()));
+        scanned = manyTraces.data();
+    }
+    ScanFrames(FrameData, ChannelCount, First, Last + 1, scanned);
+    for (int t = 0; t < Traces(); ++t)
+    {
+        Out[t].MinAmp = std::min(Out[t].MinAmp, scanned[t].MinAmp);
+        Out[t].MaxAmp = std::max(Out[t].MaxAmp, scanned[t].MaxAmp);
+        Out[t].SumSquares += scanned[t].SumSquares;
     }
 }

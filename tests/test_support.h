@@ -83,6 +83,9 @@ struct GLWaveEditTestAccess
     GLWE_FIELD(TabMenuDocumentIndex)
     GLWE_FIELD(TabMenuX)
     GLWE_FIELD(TabMenuY)
+    GLWE_FIELD(CachedTraceColumns)
+    GLWE_FIELD(CachedTraceCount)
+    GLWE_FIELD(Summaries)
 #undef GLWE_FIELD
 
 // Forwards a private operation: Access::Name(editor, args...).
@@ -122,6 +125,7 @@ struct GLWaveEditTestAccess
     GLWE_CALL(EmitSelectionChanged)
     GLWE_CALL(NiceTimeStep)
     GLWE_CALL(FormatTimeLabel)
+    GLWE_CALL(FormatAxisTime)
     GLWE_CALL(RefreshRenderColumns)
 #undef GLWE_CALL
 

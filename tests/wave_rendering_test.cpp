@@ -19,20 +19,47 @@ TEST(NiceTimeStep, PicksTheSmallestOneTwoFiveStepNotBelowTheRoughStep)
         EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, c[0]), c[1]) << c[0];
 }
 
-TEST(NiceTimeStep, EveryStepIsALadderValueAtMostTwoAndAHalfTimesTheRoughStep)
+// Below a second 1-2-5 decades; from there 1, 2, 5, 10, 15, 30 seconds, the
+// same minutes and the same hours, so that labels land where a clock would.
+static bool OnClockLadder(double Step)
+{
+    if (Step < 1.0)
+    {
+        const double mantissa = Step / std::pow(10.0, std::floor(std::log10(Step) + 1e-9));
+        return std::fabs(mantissa - 1.0) < 1e-9 || std::fabs(mantissa - 2.0) < 1e-9 || std::fabs(mantissa - 5.0) < 1e-9;
+    }
+    for (const double unit : {1.0, 60.0, 3600.0})
+        for (const double count : {1.0, 2.0, 5.0, 10.0, 15.0, 30.0})
+            if (std::fabs(Step - count * unit) < 1e-9 * Step)
+                return true;
+    return false;
+}
+
+TEST(NiceTimeStep, EveryStepIsOnTheClockLadderAtMostTwoAndAHalfTimesTheRoughStep)
 {
     GLWaveEdit editor;
     for (double rough = 0.001; rough < 20000.0; rough *= 1.37)
     {
         const double step = Access::NiceTimeStep(editor, rough);
-        const double unit = step >= 60.0 ? 60.0 : 1.0;
-        const double mantissa = step / unit / std::pow(10.0, std::floor(std::log10(step / unit) + 1e-9));
         EXPECT_GE(step, rough);
-        EXPECT_LE(step, rough * 2.5 + 1e-9) << rough;
-        EXPECT_TRUE(std::fabs(mantissa - 1.0) < 1e-9 || std::fabs(mantissa - 2.0) < 1e-9 ||
-                    std::fabs(mantissa - 5.0) < 1e-9)
-            << "rough " << rough << " gave " << step;
+        EXPECT_LE(step, rough * 2.5 + 1e-9) << rough;  // the widest gap: 2 -> 5
+        EXPECT_TRUE(OnClockLadder(step)) << "rough " << rough << " gave " << step;
     }
+}
+
+TEST(NiceTimeStep, StepsAcrossEachUnitBoundary)
+{
+    GLWaveEdit editor;
+    const double cases[][2] = {
+        {0.99, 1.0},          {0.5, 0.5},          {12.0, 15.0},       {15.0, 15.0},
+        {16.0, 30.0},         {31.0, 60.0},        {61.0, 120.0},      {601.0, 900.0},
+        {1000.0, 1800.0},     {1801.0, 3600.0},    {3601.0, 7200.0},   {11.0 * 3600, 15.0 * 3600},
+        {31.0 * 3600, 50.0 * 3600},  // past 30 hours 1-2-5 decades of hours
+        {1e-5, 1e-4},         // below the smallest step
+        {1e12, 1.8e9},        // held at 1e9 s = 277778 h -> 500000 h
+    };
+    for (const auto& c : cases)
+        EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, c[0]), c[1]) << c[0];
 }
 
 TEST(FormatTimeLabel, ReadsAsSecondsMinutesOrHoursByMagnitude)
@@ -48,6 +75,56 @@ TEST(FormatTimeLabel, ReadsAsSecondsMinutesOrHoursByMagnitude)
     EXPECT_EQ(Access::FormatTimeLabel(editor, 3723.0), "1:02:03");  // 1 h 2 min 3 s
     EXPECT_EQ(Access::FormatTimeLabel(editor, -2.0), "-2s");
     EXPECT_EQ(Access::FormatTimeLabel(editor, std::numeric_limits<double>::infinity()), "--");
+}
+
+// Every label of one axis has the fields of the view's largest time and the
+// decimals of the step, rounded to them.
+TEST(AxisLabels, ShareOneFormatPerAxisAndRoundToTheirLastDigit)
+{
+    GLWaveEdit editor;
+    struct Case
+    {
+        double ViewEndSec, StepSec, TimeSec;
+        const char* Label;
+    };
+    const Case cases[] = {
+        {10.0, 0.2, 0.0, "0.0s"},             {10.0, 0.2, 1.2000000001, "1.2s"},
+        {10.0, 0.05, 1.2, "1.20s"},           {10.0, 1e-4, 0.00005, "0.0001s"},  // 0.5 tenth-ms rounds up
+        {180.0, 0.001, 179.9996, "3:00.000"}, {180.0, 0.001, 0.0, "0:00.000"},
+        {180.0, 1.0, 179.6, "3:00"},          {180.0, 0.5, 179.5, "2:59.5"},
+        {3700.0, 15.0, 3600.0, "1:00:00"},    {3700.0, 15.0, 3585.0, "0:59:45"},
+        {3700.0, 0.1, 3599.96, "1:00:00.0"},
+    };
+    for (const Case& c : cases)
+    {
+        editor.ViewStartSec = 0.0;
+        editor.ViewEndSec = c.ViewEndSec;
+        EXPECT_EQ(Access::FormatAxisTime(editor, c.TimeSec, c.StepSec), c.Label) << c.TimeSec;
+    }
+}
+
+TEST(PlayPosition, KeepsTheWidthOfTheDurationWhilePlaying)
+{
+    GLWaveEdit editor;
+    struct Case
+    {
+        double DurationSec, PositionSec;
+        const char* Text;
+    };
+    const Case cases[] = {
+        {754.25, 5.0, "00:05.000 / 12:34.250"},      // minutes padded to the duration's two digits
+        {754.25, 754.2496, "12:34.250 / 12:34.250"},  // 754.2496 rounds to the millisecond .250
+        {5.0, 1.5, "0:01.500 / 0:05.000"},           // always at least m:ss
+        {3723.0, 61.0, "0:01:01.000 / 1:02:03.000"},
+        {10.0, 25.0, "0:10.000 / 0:10.000"},  // held at the end
+    };
+    for (const Case& c : cases)
+    {
+        editor.DurationSec = c.DurationSec;
+        editor.CurrentTimeSec = c.PositionSec;
+        EXPECT_EQ(editor.PlayPositionText(), c.Text);
+        EXPECT_EQ(editor.PlayPositionText().size(), std::string(c.Text).size());
+    }
 }
 
 // Three seconds of stereo at 48000 Hz whose channels differ, so the mix matters,

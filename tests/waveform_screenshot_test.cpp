@@ -1,0 +1,144 @@
+// The drawn waveform, checked by pixel colour in a screenshot of the desktop
+// program under Xvfb: two channel lanes, each with its amplitude scale, red
+// caps exactly over the stretch that clips, and the selection tinted across
+// both lanes.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "test_support.h"
+
+namespace
+{
+struct Rgb
+{
+    int R, G, B;
+};
+
+struct Image
+{
+    int Width = 0;
+    int Height = 0;
+    std::vector<unsigned char> Bytes;  // RGB rows, top first
+
+    Rgb At(int X, int Y) const
+    {
+        const size_t i = (static_cast<size_t>(Y) * Width + X) * 3;
+        return Rgb{Bytes[i], Bytes[i + 1], Bytes[i + 2]};
+    }
+};
+
+// The screenshot through ImageMagick as binary PPM: "P6 W H 255\n" then RGB.
+bool ReadImage(const std::string& Path, Image& Out)
+{
+    FILE* pipe = popen((std::string(GLWE_CONVERT_PATH) + " '" + Path + "' -depth 8 ppm:-").c_str(), "r");
+    if (!pipe)
+        return false;
+    int maxValue = 0;
+    const bool header = std::fscanf(pipe, "P6 %d %d %d", &Out.Width, &Out.Height, &maxValue) == 3 &&
+                        maxValue == 255 && std::fgetc(pipe) != EOF;
+    if (header)
+    {
+        Out.Bytes.resize(static_cast<size_t>(Out.Width) * Out.Height * 3);
+        Out.Bytes.resize(std::fread(Out.Bytes.data(), 1, Out.Bytes.size(), pipe));
+    }
+    pclose(pipe);
+    return header && Out.Bytes.size() == static_cast<size_t>(Out.Width) * Out.Height * 3;
+}
+
+bool Near(const Rgb& A, const Rgb& B, int Tolerance)
+{
+    return std::abs(A.R - B.R) <= Tolerance && std::abs(A.G - B.G) <= Tolerance && std::abs(A.B - B.B) <= Tolerance;
+}
+
+// The plot's empty background: the theme's info fill (0.05, 0.09, 0.14) in 8 bits.
+const Rgb kPlotBack{13, 23, 36};
+
+bool IsClipRed(const Rgb& C)
+{
+    return C.R > 200 && C.G < 90 && C.B < 90;
+}
+
+bool IsText(const Rgb& C)
+{
+    return C.R > 200 && C.G > 200 && C.B > 200;
+}
+
+int CountIn(const Image& Picture, int X1, int Y1, int X2, int Y2, const std::function<bool(const Rgb&)>& Test)
+{
+    int count = 0;
+    for (int y = Y1; y < Y2; ++y)
+        for (int x = X1; x < X2; ++x)
+            count += Test(Picture.At(x, y)) ? 1 : 0;
+    return count;
+}
+}  // namespace
+
+TEST(WaveformScreenshot, ShowsLanesScalesClipCapsAndTheSelection)
+{
+    // 4 s of stereo float: left a square wave at 1.2 (beyond full scale) for
+    // the first 2 s, then a 0.5 sine; right a quiet 0.1 sine throughout.
+    const std::string audio = MakeFfmpegFixture(
+        "clip_lanes.wav",
+        "-f lavfi -i \"aevalsrc=exprs='if(lt(t,2),1.2*(2*gte(sin(2*PI*3*t),0)-1),0.5*sin(2*PI*3*t))|"
+        "0.1*sin(2*PI*440*t)':s=48000:d=4\" -c:a pcm_f32le");
+    ASSERT_FALSE(audio.empty());
+    const std::string shot = ScratchPath("clip_lanes.png");
+    std::remove(shot.c_str());
+    const std::string command = std::string(GLWE_XVFB_RUN_PATH) + " -a -s '-screen 0 1280x800x24' " +
+                                GLWE_APP_PATH + " '" + audio + "' --select 3.0 3.5 --screenshot '" + shot +
+                                "' > '" + ScratchPath("clip_lanes.log") + "' 2>&1";
+    ASSERT_EQ(std::system(command.c_str()), 0) << command;
+    Image picture;
+    ASSERT_TRUE(ReadImage(shot, picture));
+
+    // The plot: the bounding box of its empty background.
+    int plotX1 = picture.Width, plotX2 = -1, plotY1 = picture.Height, plotY2 = -1;
+    for (int y = 0; y < picture.Height; ++y)
+        for (int x = 0; x < picture.Width; ++x)
+            if (Near(picture.At(x, y), kPlotBack, 2))
+                plotX1 = std::min(plotX1, x), plotX2 = std::max(plotX2, x), plotY1 = std::min(plotY1, y),
+                plotY2 = std::max(plotY2, y);
+    ASSERT_GT(plotX2 - plotX1, 400);
+    ASSERT_GT(plotY2 - plotY1, 200);
+    const double widthPx = plotX2 - plotX1;
+    const auto xAt = [&](double TimeSec) { return plotX1 + static_cast<int>(TimeSec / 4.0 * widthPx); };
+    const int laneHeight = (plotY2 - plotY1) / 2;
+    const int upperTop = plotY1, lowerTop = plotY1 + laneHeight;
+
+    // Red caps along the top and bottom edge of the upper lane while it clips
+    // (0.2 .. 1.8 s), none after 2 s, none at all in the quiet lower lane.
+    const int capsWhileClipping = CountIn(picture, xAt(0.2), upperTop, xAt(1.8), upperTop + 6, IsClipRed);
+    EXPECT_GT(capsWhileClipping, (xAt(1.8) - xAt(0.2)) / 3) << "upper lane, top edge, 0.2..1.8 s";
+    EXPECT_GT(CountIn(picture, xAt(0.2), lowerTop - 6, xAt(1.8), lowerTop, IsClipRed), (xAt(1.8) - xAt(0.2)) / 3)
+        << "upper lane, bottom edge, 0.2..1.8 s";
+    EXPECT_EQ(CountIn(picture, xAt(2.2), plotY1, plotX2, plotY2, IsClipRed), 0) << "after 2 s";
+    EXPECT_EQ(CountIn(picture, plotX1, lowerTop + 2, plotX2, plotY2, IsClipRed), 0) << "lower lane";
+
+    // Two lanes: at 2.5 s the upper one reaches half its height (0.5 sine),
+    // the lower one stays within a tenth of it around its middle.
+    const auto wavePixels = [&](int Top, double FromFraction, double ToFraction) {
+        return CountIn(picture, xAt(2.1), Top + static_cast<int>(laneHeight * FromFraction), xAt(2.9),
+                       Top + static_cast<int>(laneHeight * ToFraction),
+                       [](const Rgb& C) { return C.B > 150 && C.B > C.R + 60; });
+    };
+    EXPECT_GT(wavePixels(upperTop, 0.3, 0.45), 100) << "the loud channel's lane";
+    EXPECT_EQ(wavePixels(lowerTop, 0.1, 0.4), 0) << "the quiet channel's lane above its 0.1 peaks";
+    EXPECT_GT(wavePixels(lowerTop, 0.46, 0.54), 100) << "the quiet channel around its zero line";
+
+    // A scale with text at the left edge of each lane.
+    for (const int top : {upperTop, lowerTop})
+        EXPECT_GT(CountIn(picture, plotX1, top, plotX1 + 70, top + laneHeight, IsText), 20) << "scale of lane at " << top;
+
+    // The selection (3.0 .. 3.5 s) tints both lanes: a quiet row of each lane
+    // is redder inside it than just before it.
+    for (const int top : {upperTop + laneHeight / 8, lowerTop + laneHeight / 8})
+    {
+        const Rgb inside = picture.At(xAt(3.25), top);
+        const Rgb outside = picture.At(xAt(2.75), top);
+        EXPECT_GT(inside.R - outside.R, 10) << "row " << top;
+    }
+}
