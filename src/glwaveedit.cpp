@@ -330,6 +330,12 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
         avcodec_open2(res.CodecContext, codec, nullptr) < 0)
         return fail("Failed to open decoder.");
 
+    // Rates no real recording has are a damaged header: 1.9 GHz took the
+    // resampler seconds to set up, 1 Hz would turn each byte into a second.
+    constexpr int kMinInputRate = 1000;
+    constexpr int kMaxInputRate = 768000;
+    if (res.CodecContext->sample_rate < kMinInputRate || res.CodecContext->sample_rate > kMaxInputRate)
+        return fail("Failed to configure audio resampler.");
     AVChannelLayout outLayout;
     av_channel_layout_default(&outLayout, kWaveEditChannels);
     AVChannelLayout inputLayout = {};

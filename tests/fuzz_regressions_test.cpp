@@ -52,3 +52,18 @@ TEST(FuzzRegressions, ImportInputsOpenWithoutCrashAndWithinBoundedMemory)
         EXPECT_LT(Access::PcmFrames(editor).capacity() * sizeof(float), size_t(16) << 20);
     }
 }
+
+// wav-absurd-sample-rate-slow: a WAV header claiming 1912650624 Hz, which
+// took the resampler 16 s to set up. Rates outside 1000..768000 Hz are now
+// refused as the resampler's, so the file opens as a tab without PCM.
+TEST(FuzzRegressions, AWavWithAnAbsurdSampleRateOpensWithoutPcm)
+{
+    TestHost host;
+    GLWaveEdit editor;
+    const auto input = std::filesystem::path(GLWE_FUZZ_REGRESSIONS_DIR) / "import" / "wav-absurd-sample-rate-slow";
+    ASSERT_TRUE(std::filesystem::exists(input));
+    editor.SetExternalPeakWaveform(input.string(), {}, 2.5);
+    EXPECT_FALSE(Access::bUsePcmFrames(editor));
+    EXPECT_EQ(editor.DurationSec, 2.5);  // the host's duration, as for every failed decode
+    EXPECT_EQ(editor.DocumentCount(), 1);
+}
