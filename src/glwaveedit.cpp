@@ -345,6 +345,9 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
         av_channel_layout_default(&inputLayout, kWaveEditChannels);
     const int rc = swr_alloc_set_opts2(&res.Swr, &outLayout, AV_SAMPLE_FMT_FLT, kWaveEditSampleRate, &inputLayout,
                                        res.CodecContext->sample_fmt, res.CodecContext->sample_rate, 0, nullptr);
+    // The shape the resampler reads every frame in, fixed here.
+    const int configuredChannels = inputLayout.nb_channels;
+    const int configuredFormat = res.CodecContext->sample_fmt;
     av_channel_layout_uninit(&outLayout);
     av_channel_layout_uninit(&inputLayout);
     if (rc < 0 || !res.Swr || swr_init(res.Swr) < 0)
@@ -360,6 +363,14 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
     const auto receiveFrames = [&]() {
         while (avcodec_receive_frame(res.CodecContext, res.Frame) == 0)
         {
+            // A frame in another shape (an MP3 that turns from stereo to mono
+            // midway) would have the resampler read planes that are not
+            // there: it is passed over like a damaged stretch.
+            if (res.Frame->ch_layout.nb_channels != configuredChannels || res.Frame->format != configuredFormat)
+            {
+                av_frame_unref(res.Frame);
+                continue;
+            }
             const int rate = std::max(res.CodecContext->sample_rate, 1);
             const int64_t delay = swr_get_delay(res.Swr, rate);
             const int dstSamples = std::max(
