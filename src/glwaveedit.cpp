@@ -279,15 +279,23 @@ struct DecodeResources
 
 // Room for the whole file before the first frame arrives, so that an hour of
 // audio is laid out once, on huge pages, rather than grown by doubling.
-// Bounded, so that a lying header costs address space, not memory.
+// Bounded by three hours, and by what the file's bytes can hold: at 6 kbit/s
+// (750 bytes a second) a byte decodes to 96000 / 750 = 128 floats of 48 kHz
+// stereo. So a few hundred bytes whose header claims hours ask for kilobytes,
+// not gigabytes that a small machine refuses. A file that decodes to more
+// (silence packed tighter) grows its buffer as usual.
 void ReserveForDuration(std::vector<float>& Frames, const AVFormatContext* Format)
 {
     if (Format->duration <= 0)
         return;
     constexpr double kMaxReservedSec = 3.0 * 3600.0;
+    constexpr double kMaxFloatsPerFileByte = 128.0;
     const double durationSec = std::min(static_cast<double>(Format->duration) / AV_TIME_BASE, kMaxReservedSec);
-    const double frames = durationSec * 1.01 * kWaveEditSampleRate + kWaveEditSampleRate;
-    ReserveFloats(Frames, static_cast<size_t>(frames) * kWaveEditChannels);
+    double floats = (durationSec * 1.01 * kWaveEditSampleRate + kWaveEditSampleRate) * kWaveEditChannels;
+    const int64_t fileBytes = Format->pb ? avio_size(Format->pb) : -1;
+    if (fileBytes > 0)
+        floats = std::min(floats, static_cast<double>(fileBytes) * kMaxFloatsPerFileByte);
+    ReserveFloats(Frames, static_cast<size_t>(floats));
 }
 }  // namespace
 
@@ -323,6 +331,12 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
         avcodec_open2(res.CodecContext, codec, nullptr) < 0)
         return fail("Failed to open decoder.");
 
+    // Rates no real recording has are a damaged header: 1.9 GHz took the
+    // resampler seconds to set up, 1 Hz would turn each byte into a second.
+    constexpr int kMinInputRate = 1000;
+    constexpr int kMaxInputRate = 768000;
+    if (res.CodecContext->sample_rate < kMinInputRate || res.CodecContext->sample_rate > kMaxInputRate)
+        return fail("Failed to configure audio resampler.");
     AVChannelLayout outLayout;
     av_channel_layout_default(&outLayout, kWaveEditChannels);
     AVChannelLayout inputLayout = {};
@@ -332,6 +346,9 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
         av_channel_layout_default(&inputLayout, kWaveEditChannels);
     const int rc = swr_alloc_set_opts2(&res.Swr, &outLayout, AV_SAMPLE_FMT_FLT, kWaveEditSampleRate, &inputLayout,
                                        res.CodecContext->sample_fmt, res.CodecContext->sample_rate, 0, nullptr);
+    // The shape the resampler reads every frame in, fixed here.
+    const int configuredChannels = inputLayout.nb_channels;
+    const int configuredFormat = res.CodecContext->sample_fmt;
     av_channel_layout_uninit(&outLayout);
     av_channel_layout_uninit(&inputLayout);
     if (rc < 0 || !res.Swr || swr_init(res.Swr) < 0)
@@ -347,6 +364,14 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
     const auto receiveFrames = [&]() {
         while (avcodec_receive_frame(res.CodecContext, res.Frame) == 0)
         {
+            // A frame in another shape (an MP3 that turns from stereo to mono
+            // midway) would have the resampler read planes that are not
+            // there: it is passed over like a damaged stretch.
+            if (res.Frame->ch_layout.nb_channels != configuredChannels || res.Frame->format != configuredFormat)
+            {
+                av_frame_unref(res.Frame);
+                continue;
+            }
             const int rate = std::max(res.CodecContext->sample_rate, 1);
             const int64_t delay = swr_get_delay(res.Swr, rate);
             const int dstSamples = std::max(
