@@ -90,6 +90,14 @@ struct RenderRig
         glFinish();
     }
 
+    // A hundredth of the span to the right on even steps, back on odd ones.
+    void NudgeView(double SpanSec, int Step)
+    {
+        const double shift = SpanSec * 0.01 * ((Step % 2) ? -1.0 : 1.0);
+        Editor.ViewStartSec += shift;
+        Editor.ViewEndSec += shift;
+    }
+
     void ShowSpan(double SpanSec)
     {
         Editor.ViewStartSec = 1800.0 - SpanSec * 0.5;
@@ -138,8 +146,10 @@ void BM_RenderCachedView(benchmark::State& State)
         rig.Draw();
 }
 
-// A view that moves every frame, as while following playback or panning.
-void BM_RenderMovingView(benchmark::State& State)
+// A view that moves every frame, as while following playback or panning;
+// Frame is what each step then does.
+template <typename FrameT>
+void RunMovingView(benchmark::State& State, FrameT Frame)
 {
     RenderRig& rig = Rig();
     const double span = SpanOf(State);
@@ -147,11 +157,14 @@ void BM_RenderMovingView(benchmark::State& State)
     int step = 0;
     for (auto _ : State)
     {
-        const double shift = span * 0.01 * ((step++ % 2) ? -1.0 : 1.0);
-        rig.Editor.ViewStartSec += shift;
-        rig.Editor.ViewEndSec += shift;
-        rig.Draw();
+        rig.NudgeView(span, step++);
+        Frame(rig);
     }
+}
+
+void BM_RenderMovingView(benchmark::State& State)
+{
+    RunMovingView(State, [](RenderRig& Rig) { Rig.Draw(); });
 }
 
 // Each pass of a shift drag sets the selection, then a frame is drawn.
@@ -271,17 +284,9 @@ void BM_BlendedWindowQuadAlone(benchmark::State& State)
 // waveform columns of every trace from the summary, 1264 columns wide.
 void BM_ColumnsOfAMovingView(benchmark::State& State)
 {
-    RenderRig& rig = Rig();
-    const double span = SpanOf(State);
-    rig.ShowSpan(span);
-    int step = 0;
-    for (auto _ : State)
-    {
-        const double shift = span * 0.01 * ((step++ % 2) ? -1.0 : 1.0);
-        rig.Editor.ViewStartSec += shift;
-        rig.Editor.ViewEndSec += shift;
-        benchmark::DoNotOptimize(Access::RefreshRenderColumns(rig.Editor, 1264, 1264.0));
-    }
+    RunMovingView(State, [](RenderRig& Rig) {
+        benchmark::DoNotOptimize(Access::RefreshRenderColumns(Rig.Editor, 1264, 1264.0));
+    });
 }
 
 void Spans(benchmark::internal::Benchmark* Bench)

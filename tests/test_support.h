@@ -126,6 +126,7 @@ struct GLWaveEditTestAccess
     GLWE_CALL(NiceTimeStep)
     GLWE_CALL(FormatTimeLabel)
     GLWE_CALL(FormatAxisTime)
+    GLWE_CALL(AxisTimeStep)
     GLWE_CALL(RefreshRenderColumns)
 #undef GLWE_CALL
 

@@ -103,6 +103,38 @@ TEST(AxisLabels, ShareOneFormatPerAxisAndRoundToTheirLastDigit)
     }
 }
 
+// Without a font a label measures 0.6 x 13 px per character, and a label
+// needs its width plus three text heights (39 px); the padding of 8 / 1000 on
+// an axis 2.0 wide is 4 px a side, so the plot is 992 px wide.
+TEST(AxisTimeStep, TakesFinerStepsWhileLabelsFitButNeverFewerThanDesired)
+{
+    TestHost host(1000, 600);
+    GLWaveEdit editor;
+    editor.X1 = -1.0, editor.Y1 = 1.0, editor.X2 = 1.0, editor.Y2 = -1.0;
+    Access::UpdatePlotRect(editor, false);
+    struct Case
+    {
+        double ViewEndSec;
+        int DesiredTicks;
+        double StepSec;
+    };
+    const Case cases[] = {
+        // 60 / 6 = 10 s; "1:00" is 31.2 + 39 px: 12 labels at 5 s fit (842 px), 30 at 2 s do not.
+        {60.0, 6, 5.0},
+        // 60 / 64 -> 1 s; 0.5 s would be 120 ticks, beyond the bound of 64.
+        {60.0, 64, 1.0},
+        // 3 / 6 = 0.5 s; "3.0s" at 0.2 s would be 15 labels, 1053 px: too many.
+        {3.0, 6, 0.5},
+    };
+    for (const Case& c : cases)
+    {
+        editor.ViewStartSec = 0.0;
+        editor.ViewEndSec = c.ViewEndSec;
+        editor.DesiredXTicks = c.DesiredTicks;
+        EXPECT_DOUBLE_EQ(Access::AxisTimeStep(editor), c.StepSec) << c.ViewEndSec << " " << c.DesiredTicks;
+    }
+}
+
 TEST(PlayPosition, KeepsTheWidthOfTheDurationWhilePlaying)
 {
     GLWaveEdit editor;
