@@ -47,9 +47,10 @@ std::string SelectionText(const GLWaveEdit& Editor)
     return "selection " + DurationText(start) + " - " + DurationText(end) + " (" + DurationText(end - start) + ")";
 }
 
+// Fixed width, so that the bar does not jitter while it plays.
 std::string PlayText(const GLWaveEdit& Editor)
 {
-    const std::string position = DurationText(Editor.CurrentTimeSec) + " / " + DurationText(Editor.DurationSec);
+    const std::string position = Editor.PlayPositionText();
     if (!Editor.IsPlaybackActive())
         return "stopped " + position;
     return (Editor.IsPlaybackPaused() ? "paused " : "playing ") + position;
