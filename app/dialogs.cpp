@@ -3,6 +3,7 @@
 #include <imgui.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <filesystem>
 
@@ -131,6 +132,13 @@ bool Dialogs::DrawQuestion(Entry& E, std::function<void()>& OutAfter)
         if (ImGui::Button(E.Q.Buttons[i].c_str(), ImVec2(120, 0)))
             answer = static_cast<int>(i);
     }
+    // A button's first letter answers it too ("d" for "Don't save").
+    const ImVector<ImWchar>& typed = ImGui::GetIO().InputQueueCharacters;
+    for (int t = 0; t < typed.Size && answer < 0; ++t)
+        for (size_t i = 0; i < E.Q.Buttons.size() && answer < 0; ++i)
+            if (!E.Q.Buttons[i].empty() &&
+                std::tolower(static_cast<unsigned char>(E.Q.Buttons[i][0])) == std::tolower(typed[t]))
+                answer = static_cast<int>(i);
     const int escape = E.Q.EscapeButton >= 0 ? E.Q.EscapeButton : static_cast<int>(E.Q.Buttons.size()) - 1;
     if (answer < 0 && ImGui::IsKeyPressed(ImGui::GetKeyIndex(ImGuiKey_Escape)))
         answer = escape;

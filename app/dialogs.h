@@ -14,7 +14,7 @@ struct Question
 {
     std::string Title;
     std::string Text;
-    std::vector<std::string> Buttons;      // the first is the default (Enter)
+    std::vector<std::string> Buttons;      // the first is the default (Enter); a first letter answers too
     int EscapeButton = -1;                 // the answer Esc gives; -1: the last button
     std::function<void(int)> OnAnswer;     // the index of the button pressed
 };

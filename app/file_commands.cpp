@@ -298,7 +298,7 @@ void TakeFinishedJobs(Program& App)
         }
         const std::string summary = DescribeFormat(opened.Audio);
         std::map<std::string, std::string> tags = opened.Audio.Tags;
-        editor.AdoptDecodedDocument(opened.Path, std::move(opened.Audio.Frames));
+        editor.AdoptDecodedDocument(opened.Path, std::move(opened.Audio.Frames), std::move(opened.RecordStorage));
         DocumentInfo& info = App.Docs.Info(editor.DocumentIdAt(editor.ActiveDocument()));
         info.SourcePath = opened.Path;
         info.FormatSummary = summary;

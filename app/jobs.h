@@ -48,6 +48,7 @@ struct OpenResult
     bool bCancelled = false;
     std::string Error;
     DecodedAudio Audio;
+    std::vector<float> RecordStorage;  // touched memory for the tab's record, when asked for
 };
 
 struct SaveRequest
@@ -102,6 +103,9 @@ public:
 
     // A bound on decoded size for opening, settable (0 keeps the decoder's own).
     uint64_t MaxDecodedBytes = 0;
+    // Touch the memory of the tab's record on the worker too, so that the
+    // frame thread's copy into it is a memcpy, not seconds of page faults.
+    bool bPrepareRecords = false;
 
 private:
     mutable std::mutex ResultLock;

@@ -245,6 +245,7 @@ void RunFrame(Program& App, PointerInput& Pointer, Cursors& Shapes, std::string&
 void ConnectEditor(Program& App, GLWaveEdit& Editor, PointerInput& Pointer)
 {
     Editor.MinViewSpanSec = 0.01;  // deep enough to see single samples
+    App.Work.bPrepareRecords = true;
     Editor.EnableEditHistory(App.Settings.HistoryCapBytes);
     Editor.IsPreloadingProvider = [&App] { return App.Work.IsOpening(); };
     Editor.PreloadProgressProvider = [&App] { return App.Work.OpenProgress(); };

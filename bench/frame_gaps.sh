@@ -37,7 +37,7 @@ run() {
       xdotool key "$keys"; sleep 1.5
     fi
   done
-  xdotool key ctrl+q; sleep 0.5; xdotool key Right Return 2>/dev/null || true
+  xdotool key ctrl+q; sleep 0.5; xdotool key d  # "Don't save" where it asks
   wait "$pid" || true
   printf '%-8s %s\n' "$stage" "$(grep 'longest busy' "$work/$stage.log" | sed 's/.*longest/longest/')"
   grep 'busy' "$work/$stage.log" | grep -v longest | sed 's/^/         /' | head -5 || true

@@ -454,13 +454,14 @@ void GLWaveEdit::SetExternalPeakWaveform(const std::string& Path, const std::vec
         DurationSec = DurationSeconds > 0.0 ? DurationSeconds : 0.0;
     }
 
-    FinishOpenedDocument();
+    FinishOpenedDocument(nullptr);
 }
 
 // What opening does once the mirror holds the new document's audio: a fresh
 // position and selection, the whole document in view, a new record appended
-// and made active. Shared with AdoptDecodedDocument.
-void GLWaveEdit::FinishOpenedDocument()
+// and made active. Shared with AdoptDecodedDocument, which may bring memory
+// for the record's frames (pRecordStorage, capacity only).
+void GLWaveEdit::FinishOpenedDocument(std::vector<float>* pRecordStorage)
 {
     CurrentTimeSec = 0.0;
     PreviewTimeSec = 0.0;
@@ -472,6 +473,11 @@ void GLWaveEdit::FinishOpenedDocument()
     bViewInitialized = true;
 
     Documents.emplace_back();
+    if (pRecordStorage)
+    {
+        Documents.back().PcmFrames.swap(*pRecordStorage);
+        Documents.back().PcmFrames.clear();
+    }
     AppendDocumentId();
     ActiveDocumentIndex = static_cast<int>(Documents.size()) - 1;
     StoreActiveDocument();

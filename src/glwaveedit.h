@@ -257,7 +257,7 @@ private:
     void StoreActiveDocument();
     void LoadActiveDocument(int Index);
     void CopyMirrorAndRecord(AudioDocument& Record, bool bIntoRecord);
-    void FinishOpenedDocument();  // the shared tail of opening a document
+    void FinishOpenedDocument(std::vector<float>* pRecordStorage);  // the shared tail of opening a document
     void AppendDocumentId();
     uint64_t ActiveDocumentId() const;  // 0 with no active document
 
@@ -389,7 +389,11 @@ public:
     // after its own decode, with the same steps, state and signals. Frames are
     // interleaved float at 48000 Hz, 2 channels, and are moved in, not copied;
     // empty Frames give a tab without PCM, as a failed decode does.
-    void AdoptDecodedDocument(const std::string& Path, std::vector<float>&& Frames);
+    // RecordStorage, when its capacity holds the frames, becomes the memory
+    // of the tab's record, so that a host can have those pages touched on a
+    // thread of its own: the copy into the record then costs a memcpy only.
+    void AdoptDecodedDocument(const std::string& Path, std::vector<float>&& Frames,
+                              std::vector<float>&& RecordStorage = std::vector<float>());
 
     // --- Extensions: edit history (glwaveedit_history.cpp) ---
     // Off by default: with it off no edit stores anything. On, every cut,

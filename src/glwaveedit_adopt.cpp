@@ -9,7 +9,8 @@
 static constexpr int kAdoptedSampleRate = 48000;
 static constexpr int kAdoptedChannels = 2;
 
-void GLWaveEdit::AdoptDecodedDocument(const std::string& Path, std::vector<float>&& Frames)
+void GLWaveEdit::AdoptDecodedDocument(const std::string& Path, std::vector<float>&& Frames,
+                                      std::vector<float>&& RecordStorage)
 {
     StoreActiveDocument();
     StopPlayback();
@@ -30,5 +31,6 @@ void GLWaveEdit::AdoptDecodedDocument(const std::string& Path, std::vector<float
     {
         DurationSec = 0.0;
     }
-    FinishOpenedDocument();
+    std::vector<float> storage = std::move(RecordStorage);
+    FinishOpenedDocument(storage.capacity() >= PcmFrames.size() ? &storage : nullptr);
 }

@@ -149,6 +149,19 @@ void GLWaveEdit::HistoryBeforeChange(int64_t StartFrame, int64_t OldEndFrame, in
     EditHistory& history = *pEditHistory;
     EditHistory::DocumentSteps& doc = history.PerDocument[documentId];
     history.DropRedoTail(doc);
+    // A step larger than the whole cap could not be kept: rather than copy
+    // it only to drop it, the document's history ends here.
+    const size_t stepBytes = static_cast<size_t>(OldEndFrame - StartFrame) * PcmChannels * sizeof(float);
+    if (stepBytes > history.CapBytes)
+    {
+        for (EditHistory::Step& step : doc.Steps)
+            history.Release(step);
+        doc.Steps.clear();
+        doc.Applied = 0;
+        doc.BaseId = history.NextStepId++;
+        doc.bDropped = true;
+        return;
+    }
 
     EditHistory::Step step;
     step.Id = history.NextStepId++;

@@ -165,6 +165,15 @@ TEST(EditHistory, TheCapDropsTheOldestStepsAndNeverTheNewest)
     // A new edit after undo drops what could be redone.
     ASSERT_TRUE(editor.ApplyGainPercent(50.0));
     EXPECT_FALSE(editor.CanRedo());
+
+    // A step larger than the whole cap is not kept, and nothing before it
+    // can be undone any more; the state still reads as changed.
+    const uint64_t before = editor.EditStateId();
+    editor.EnableEditHistory(100000);  // below one gain's 384000 bytes
+    ASSERT_TRUE(editor.ApplyGainPercent(120.0));
+    EXPECT_FALSE(editor.CanUndo());
+    EXPECT_NE(editor.EditStateId(), before);
+    EXPECT_EQ(editor.HistoryBytes(), 0u);
 }
 
 TEST(EditHistory, OffByDefaultAndWhenOffTheEditorBehavesExactlyAsWithout)
@@ -232,6 +241,14 @@ TEST(AdoptedDocuments, ComeInAsADecodedFileDoesWithTheSameSignalsAndNoCopyOfTheF
     editor.CloseDocumentAt(0);
     EXPECT_EQ(editor.DocumentIdAt(0), second);
     EXPECT_EQ(editor.DocumentIdAt(1), 0u);
+
+    // Memory handed in for the record becomes the record's, and holds a copy.
+    std::vector<float> storage;
+    storage.reserve(2 * 4800);
+    const float* storageData = storage.data();
+    editor.AdoptDecodedDocument("/music/b.flac", RampFrames(4800, 2.0f), std::move(storage));
+    EXPECT_EQ(Access::Document(editor, 1).PcmFrames.data(), storageData);
+    EXPECT_EQ(Access::Document(editor, 1).PcmFrames, RampFrames(4800, 2.0f));
 
     // Nothing decoded: a tab without PCM, as a failed decode gives.
     editor.AdoptDecodedDocument("empty.wav", {});

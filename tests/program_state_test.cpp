@@ -1,12 +1,15 @@
 // The program's state outside the editor: the command line, the persisted
-// settings (a damaged file is set aside, never trusted), and the modified
-// marks that come from the editor's history position.
+// settings (a damaged file is set aside, never trusted), the modified marks
+// that come from the editor's history position, and the background jobs.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "glwaveedit.h"
+#include "jobs.h"
 #include "options.h"
 #include "session.h"
 #include "settings.h"
@@ -149,4 +152,60 @@ TEST(ModifiedMarks, FollowTheHistoryPositionAndUndoBackToTheSavedStateClearsThem
     EXPECT_EQ(session.Find(id), nullptr);
     EXPECT_NE(session.Find(editor.DocumentIdAt(0)), nullptr);
     EXPECT_EQ(session.IndexOf(editor, editor.DocumentIdAt(0)), 0);
+}
+
+TEST(BackgroundJobs, OpenSaveAndCancelOnTheirWorkersWhileTheCallerWaits)
+{
+    const std::string source = MakeFfmpegFixture("jobs.flac", "-f lavfi -i sine=f=440:d=2 -ac 2 -ar 48000");
+    ASSERT_FALSE(source.empty());
+    Jobs work;
+    // A missing file and a good one, one after the other, in order.
+    work.QueueOpen(ScratchPath("no-such-file.wav"));
+    work.QueueOpen(source);
+    std::vector<OpenResult> results(2);
+    for (OpenResult& result : results)
+        while (!work.TakeOpened(result))
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_FALSE(results[0].bOk);
+    EXPECT_EQ(results[0].Error, "File not found.");
+    ASSERT_TRUE(results[1].bOk) << results[1].Error;
+    EXPECT_EQ(results[1].Audio.Frames.size(), 2u * 96000u);  // 2 s at 48000 Hz, stereo
+    EXPECT_FALSE(work.IsOpening());
+
+    // The save copies the frames first; the caller may change them afterwards.
+    std::vector<float> frames = results[1].Audio.Frames;
+    const std::string target = ScratchPath("jobs-out.wav");
+    std::filesystem::remove(target);
+    SaveRequest request;
+    request.DocumentId = 7;
+    request.StateId = 3;
+    request.Path = target;
+    request.pFrames = &frames;
+    ASSERT_TRUE(work.StartSave(request));
+    EXPECT_FALSE(work.StartSave(request));  // one at a time
+    while (work.IsSnapshotting())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    std::fill(frames.begin(), frames.end(), 0.0f);
+    SaveResult saved;
+    while (!work.TakeSaved(saved))
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    ASSERT_TRUE(saved.bOk) << saved.Error;
+    EXPECT_EQ(saved.DocumentId, 7u);
+    EXPECT_EQ(saved.StateId, 3u);
+    GLWaveEdit editor;
+    editor.SetExternalPeakWaveform(target, {}, 0.0);
+    EXPECT_EQ(editor.ActiveFrames(), results[1].Audio.Frames);  // float WAV: what was copied, not the zeros
+
+    // Cancelling drops what waits and stops what runs.
+    for (int i = 0; i < 3; ++i)
+        work.QueueOpen(source);
+    work.CancelOpens();
+    int finished = 0;
+    OpenResult late;
+    for (int i = 0; i < 400 && work.IsOpening(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    while (work.TakeOpened(late))
+        ++finished;
+    EXPECT_FALSE(work.IsOpening());
+    EXPECT_LE(finished, 1);  // at most the one that was running
 }
