@@ -122,6 +122,8 @@ void Jobs::RunOpen(const std::string& Path)
         Opened.push_back(std::move(result));
     }
     --OpensPending;
+    if (OnFinished)
+        OnFinished();
 }
 
 // The oldest finished result of a queue, taken under the lock.
@@ -189,6 +191,8 @@ void Jobs::RunSave(const SaveRequest& Request)
         SavingName.clear();
     }
     bSaving.store(false);
+    if (OnFinished)
+        OnFinished();
 }
 
 bool Jobs::TakeSaved(SaveResult& Out)

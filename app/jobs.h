@@ -106,6 +106,10 @@ public:
     // Touch the memory of the tab's record on the worker too, so that the
     // frame thread's copy into it is a memcpy, not seconds of page faults.
     bool bPrepareRecords = false;
+    // Called on a worker after a result is ready and the state says so; set
+    // before the first job. The frame loop sleeps while nothing moves, so
+    // without a wake-up a result could wait for the next unrelated event.
+    std::function<void()> OnFinished;
 
 private:
     mutable std::mutex ResultLock;

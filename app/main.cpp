@@ -246,6 +246,11 @@ void ConnectEditor(Program& App, GLWaveEdit& Editor, PointerInput& Pointer)
 {
     Editor.MinViewSpanSec = 0.01;  // deep enough to see single samples
     App.Work.bPrepareRecords = true;
+    App.Work.OnFinished = [] {
+        SDL_Event wake{};
+        wake.type = SDL_USEREVENT;
+        SDL_PushEvent(&wake);  // thread-safe
+    };
     Editor.EnableEditHistory(App.Settings.HistoryCapBytes);
     Editor.IsPreloadingProvider = [&App] { return App.Work.IsOpening(); };
     Editor.PreloadProgressProvider = [&App] { return App.Work.OpenProgress(); };

@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <thread>
 
 #include "glwaveedit.h"
@@ -158,7 +160,17 @@ TEST(BackgroundJobs, OpenSaveAndCancelOnTheirWorkersWhileTheCallerWaits)
 {
     const std::string source = MakeFfmpegFixture("jobs.flac", "-f lavfi -i sine=f=440:d=2 -ac 2 -ar 48000");
     ASSERT_FALSE(source.empty());
+    // Every finished job wakes the caller, who sleeps until then. Declared
+    // before the jobs: a running task may still wake while they end.
+    std::mutex wakeLock;
+    std::condition_variable wake;
+    int wakes = 0;
     Jobs work;
+    work.OnFinished = [&] {
+        std::lock_guard<std::mutex> hold(wakeLock);
+        ++wakes;
+        wake.notify_all();
+    };
     // A missing file and a good one, one after the other, in order.
     work.QueueOpen(ScratchPath("no-such-file.wav"));
     work.QueueOpen(source);
@@ -186,9 +198,14 @@ TEST(BackgroundJobs, OpenSaveAndCancelOnTheirWorkersWhileTheCallerWaits)
     while (work.IsSnapshotting())
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     std::fill(frames.begin(), frames.end(), 0.0f);
+    {
+        // The wake-up comes with the result already there and the job over.
+        std::unique_lock<std::mutex> hold(wakeLock);
+        ASSERT_TRUE(wake.wait_for(hold, std::chrono::seconds(20), [&] { return wakes == 3; })) << wakes;
+    }
+    EXPECT_FALSE(work.IsSaving());
     SaveResult saved;
-    while (!work.TakeSaved(saved))
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    ASSERT_TRUE(work.TakeSaved(saved));
     ASSERT_TRUE(saved.bOk) << saved.Error;
     EXPECT_EQ(saved.DocumentId, 7u);
     EXPECT_EQ(saved.StateId, 3u);
