@@ -69,10 +69,16 @@ static char32_t NextCodePoint(const std::string& Text, size_t& Pos)
     return code;
 }
 
+// Glyphs of one size share atlas pages, so that a string is drawn with one
+// texture bind and one batch of quads: under a software GL every bind and
+// every glBegin/glEnd is a draw of its own, and text was most of a frame.
+static constexpr int kAtlasSidePx = 512;
+static constexpr int kAtlasGapPx = 1;  // keeps neighbours out of each other's edges
+
 struct TTF::Impl
 {
-    // One rendered glyph. Pixels wait here until the first DrawText turns
-    // them into a texture, so measuring needs no GL context.
+    // One rendered glyph. Pixels wait here until the first DrawText places
+    // them in an atlas page, so measuring needs no GL context.
     struct Glyph
     {
         double AdvancePx = 0.0;
@@ -81,13 +87,24 @@ struct TTF::Impl
         int Width = 0;
         int Rows = 0;
         std::vector<unsigned char> Pixels;
+        int Page = -1;  // index into the size's pages once placed
+        double U1 = 0.0, V1 = 0.0, U2 = 0.0, V2 = 0.0;
+    };
+
+    // A texture filled shelf by shelf, left to right.
+    struct AtlasPage
+    {
         GLuint Texture = 0;
+        int PenX = 0;
+        int ShelfY = 0;
+        int ShelfHeight = 0;
     };
 
     struct SizeCache
     {
         int LineHeightPx = 0;
         std::map<char32_t, Glyph> Glyphs;
+        std::vector<AtlasPage> Pages;
     };
 
     FT_Library Library = nullptr;
@@ -106,9 +123,8 @@ struct TTF::Impl
     void DeleteTextures()
     {
         for (auto& [size, cache] : Sizes)
-            for (auto& [code, glyph] : cache.Glyphs)
-                if (glyph.Texture != 0)
-                    glDeleteTextures(1, &glyph.Texture);
+            for (AtlasPage& page : cache.Pages)
+                glDeleteTextures(1, &page.Texture);
     }
 
     SizeCache& CacheFor(int SizePx)
@@ -136,8 +152,8 @@ struct TTF::Impl
         glyph.AdvancePx = slot->advance.x / 64.0;
         glyph.Left = slot->bitmap_left;
         glyph.Top = slot->bitmap_top;
-        glyph.Width = static_cast<int>(slot->bitmap.width);
-        glyph.Rows = static_cast<int>(slot->bitmap.rows);
+        glyph.Width = std::min(static_cast<int>(slot->bitmap.width), kAtlasSidePx - kAtlasGapPx);
+        glyph.Rows = std::min(static_cast<int>(slot->bitmap.rows), kAtlasSidePx - kAtlasGapPx);
         glyph.Pixels.resize(static_cast<size_t>(glyph.Width) * glyph.Rows);
         for (int row = 0; row < glyph.Rows; ++row)
             std::copy_n(slot->bitmap.buffer + row * slot->bitmap.pitch, glyph.Width,
@@ -145,16 +161,55 @@ struct TTF::Impl
         return glyph;
     }
 
-    static void Upload(Glyph& G)
+    static AtlasPage NewPage()
     {
-        glGenTextures(1, &G.Texture);
-        glBindTexture(GL_TEXTURE_2D, G.Texture);
-        glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+        AtlasPage page;
+        glGenTextures(1, &page.Texture);
+        glBindTexture(GL_TEXTURE_2D, page.Texture);
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP);
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP);
-        glTexImage2D(GL_TEXTURE_2D, 0, GL_ALPHA, G.Width, G.Rows, 0, GL_ALPHA, GL_UNSIGNED_BYTE, G.Pixels.data());
+        const std::vector<unsigned char> clear(static_cast<size_t>(kAtlasSidePx) * kAtlasSidePx, 0);
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_ALPHA, kAtlasSidePx, kAtlasSidePx, 0, GL_ALPHA, GL_UNSIGNED_BYTE,
+                     clear.data());
+        return page;
+    }
+
+    // Finds room on the last page's shelf, on a new shelf, or on a new page.
+    static AtlasPage& RoomFor(SizeCache& Cache, int Width, int Rows)
+    {
+        if (!Cache.Pages.empty())
+        {
+            AtlasPage& page = Cache.Pages.back();
+            if (page.PenX + Width + kAtlasGapPx > kAtlasSidePx)
+            {
+                page.ShelfY += page.ShelfHeight + kAtlasGapPx;
+                page.PenX = 0;
+                page.ShelfHeight = 0;
+            }
+            if (page.ShelfY + Rows + kAtlasGapPx <= kAtlasSidePx)
+                return page;
+        }
+        Cache.Pages.push_back(NewPage());
+        return Cache.Pages.back();
+    }
+
+    static void Place(SizeCache& Cache, Glyph& G)
+    {
+        AtlasPage& page = RoomFor(Cache, G.Width, G.Rows);
+        glBindTexture(GL_TEXTURE_2D, page.Texture);
+        glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+        glTexSubImage2D(GL_TEXTURE_2D, 0, page.PenX, page.ShelfY, G.Width, G.Rows, GL_ALPHA, GL_UNSIGNED_BYTE,
+                        G.Pixels.data());
+        constexpr double unit = 1.0 / kAtlasSidePx;
+        G.Page = static_cast<int>(&page - Cache.Pages.data());
+        G.U1 = page.PenX * unit;
+        G.V1 = page.ShelfY * unit;
+        G.U2 = (page.PenX + G.Width) * unit;
+        G.V2 = (page.ShelfY + G.Rows) * unit;
+        page.PenX += G.Width + kAtlasGapPx;
+        page.ShelfHeight = std::max(page.ShelfHeight, G.Rows);
         G.Pixels.clear();
         G.Pixels.shrink_to_fit();
     }
@@ -225,30 +280,43 @@ void TTF::DrawText(const std::string& Text, double X, double Y, int SizePx, int 
     glEnable(GL_BLEND);
     glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
     glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE);
+    int boundPage = -1;  // one batch of quads per page the string touches
     for (size_t pos = 0; pos < Text.size();)
     {
         Impl::Glyph& glyph = pImpl->GlyphFor(cache, size, NextCodePoint(Text, pos));
         if (glyph.Width > 0 && glyph.Rows > 0)
         {
-            if (glyph.Texture == 0)
-                Impl::Upload(glyph);
+            if (glyph.Page < 0)
+            {
+                if (boundPage >= 0)
+                    glEnd();
+                Impl::Place(cache, glyph);  // binds and uploads outside a batch
+                boundPage = -1;
+            }
+            if (glyph.Page != boundPage)
+            {
+                if (boundPage >= 0)
+                    glEnd();
+                glBindTexture(GL_TEXTURE_2D, cache.Pages[static_cast<size_t>(glyph.Page)].Texture);
+                glBegin(GL_QUADS);
+                boundPage = glyph.Page;
+            }
             const double x1 = (penPx + glyph.Left) * unitX - 1.0;
             const double x2 = x1 + glyph.Width * unitX;
             const double y1 = (baselinePx + glyph.Top) * unitY - 1.0;
             const double y2 = y1 - glyph.Rows * unitY;
-            glBindTexture(GL_TEXTURE_2D, glyph.Texture);
-            glBegin(GL_QUADS);
-            glTexCoord2d(0.0, 0.0);
+            glTexCoord2d(glyph.U1, glyph.V1);
             glVertex2d(x1, y1);
-            glTexCoord2d(1.0, 0.0);
+            glTexCoord2d(glyph.U2, glyph.V1);
             glVertex2d(x2, y1);
-            glTexCoord2d(1.0, 1.0);
+            glTexCoord2d(glyph.U2, glyph.V2);
             glVertex2d(x2, y2);
-            glTexCoord2d(0.0, 1.0);
+            glTexCoord2d(glyph.U1, glyph.V2);
             glVertex2d(x1, y2);
-            glEnd();
         }
         penPx += glyph.AdvancePx;
     }
+    if (boundPage >= 0)
+        glEnd();
     glPopAttrib();
 }
