@@ -90,6 +90,18 @@ void PrintInfo(const std::string& Path, const DocumentInfo& Info, const GLWaveEd
 }
 }  // namespace
 
+void AdoptOpened(GLWaveEdit& Editor, Session& Docs, OpenResult& Opened)
+{
+    if (Opened.bPrepared)
+        Editor.AdoptPreparedDocument(Opened.Path, std::move(Opened.Prepared));
+    else
+        Editor.AdoptDecodedDocument(Opened.Path, std::move(Opened.Audio.Frames));
+    DocumentInfo& info = Docs.Info(Editor.DocumentIdAt(Editor.ActiveDocument()));
+    info.SourcePath = Opened.Path;
+    info.FormatSummary = Opened.Format;
+    info.Tags = std::move(Opened.Audio.Tags);
+}
+
 bool OpenAndWait(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const std::string& Path, std::string& OutError)
 {
     Work.QueueOpen(Path);
@@ -101,12 +113,7 @@ bool OpenAndWait(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const std::strin
         OutError = result.Error;
         return false;
     }
-    const std::string summary = DescribeFormat(result.Audio);
-    Editor.AdoptDecodedDocument(Path, std::move(result.Audio.Frames));
-    DocumentInfo& info = Docs.Info(Editor.DocumentIdAt(Editor.ActiveDocument()));
-    info.SourcePath = Path;
-    info.FormatSummary = summary;
-    info.Tags = std::move(result.Audio.Tags);
+    AdoptOpened(Editor, Docs, result);
     return true;
 }
 

@@ -11,6 +11,10 @@
 class GLWaveEdit;
 class Jobs;
 class Session;
+struct OpenResult;
+
+// A finished open becomes a tab, with its source, format and tags noted.
+void AdoptOpened(GLWaveEdit& Editor, Session& Docs, OpenResult& Opened);
 
 // Opens Path through the program's background decoder and waits for it,
 // showing progress on stderr when that is a terminal. False with the reason.

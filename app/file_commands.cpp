@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "batch.h"
 #include "glwaveedit.h"
 #include "program.h"
 
@@ -296,13 +297,7 @@ void TakeFinishedJobs(Program& App)
                 App.Complain("Cannot open " + FileName(opened.Path) + ": " + opened.Error);
             continue;
         }
-        const std::string summary = DescribeFormat(opened.Audio);
-        std::map<std::string, std::string> tags = opened.Audio.Tags;
-        editor.AdoptDecodedDocument(opened.Path, std::move(opened.Audio.Frames), std::move(opened.RecordStorage));
-        DocumentInfo& info = App.Docs.Info(editor.DocumentIdAt(editor.ActiveDocument()));
-        info.SourcePath = opened.Path;
-        info.FormatSummary = summary;
-        info.Tags = std::move(tags);
+        AdoptOpened(editor, App.Docs, opened);
         AddRecentFile(App.Settings, opened.Path);
         App.Say("Opened " + opened.Path);
         ReplayPendingRestore(App, opened.Path);

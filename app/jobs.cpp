@@ -109,11 +109,12 @@ void Jobs::RunOpen(const std::string& Path)
         control.MaxDecodedBytes = MaxDecodedBytes;
     result.bOk = DecodeAudioFile(Path, control, result.Audio, &result.Error);
     result.bCancelled = !result.bOk && cancel->load();
-    if (result.bOk && bPrepareRecords)
+    if (result.bOk)
+        result.Format = DescribeFormat(result.Audio);
+    if (result.bOk && bPrepareDocuments)
     {
-        LargeBuffer::ReserveFloats(result.RecordStorage, result.Audio.Frames.size());
-        result.RecordStorage.resize(result.Audio.Frames.size());  // the first touch, here
-        result.RecordStorage.clear();
+        result.Prepared = GLWaveEdit::PrepareForAdoption(std::move(result.Audio.Frames));
+        result.bPrepared = true;
     }
     {
         std::lock_guard<std::mutex> hold(ResultLock);

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "audio_decode.h"
+#include "glwaveedit.h"
 
 // One thread that runs tasks in order until it is destroyed.
 class Worker
@@ -47,8 +48,10 @@ struct OpenResult
     bool bOk = false;
     bool bCancelled = false;
     std::string Error;
-    DecodedAudio Audio;
-    std::vector<float> RecordStorage;  // touched memory for the tab's record, when asked for
+    DecodedAudio Audio;  // its frames moved into Prepared when asked for
+    std::string Format;  // DescribeFormat of Audio, made before the frames moved
+    bool bPrepared = false;
+    GLWaveEdit::PreparedDocument Prepared;
 };
 
 struct SaveRequest
@@ -103,9 +106,9 @@ public:
 
     // A bound on decoded size for opening, settable (0 keeps the decoder's own).
     uint64_t MaxDecodedBytes = 0;
-    // Touch the memory of the tab's record on the worker too, so that the
-    // frame thread's copy into it is a memcpy, not seconds of page faults.
-    bool bPrepareRecords = false;
+    // Make the tab's record copy and waveform summary on the worker too, so
+    // that taking the document in only moves memory on the frame thread.
+    bool bPrepareDocuments = false;
     // Called on a worker after a result is ready and the state says so; set
     // before the first job. The frame loop sleeps while nothing moves, so
     // without a wake-up a result could wait for the next unrelated event.

@@ -30,7 +30,15 @@ run() {
   xdotool windowfocus --sync "$window"
   until xdotool getwindowname "$window" | grep -q "hour.wav"; do sleep 0.2; done
   for keys in "$@"; do
-    if [ "$keys" = wait-save ]; then
+    if [ "$keys" = drag-middle ]; then
+      # A shift-drag over the middle tenth of the plot: ten seconds or so.
+      eval "$(xdotool getwindowgeometry --shell "$window")"
+      xdotool mousemove --window "$window" $((WIDTH * 45 / 100)) $((HEIGHT / 2)); sleep 0.2
+      xdotool keydown shift mousedown 1; sleep 0.2
+      xdotool mousemove --window "$window" $((WIDTH * 50 / 100)) $((HEIGHT / 2)); sleep 0.1
+      xdotool mousemove --window "$window" $((WIDTH * 55 / 100)) $((HEIGHT / 2)); sleep 0.1
+      xdotool mouseup 1 keyup shift; sleep 1.5
+    elif [ "$keys" = wait-save ]; then
       until ls "$work"/*edited* >/dev/null 2>&1 && ! xdotool getwindowname "$window" | grep -q '^\*'; do sleep 0.2; done
       sleep 1
     else
@@ -39,12 +47,12 @@ run() {
   done
   xdotool key ctrl+q; sleep 0.5; xdotool key d  # "Don't save" where it asks
   wait "$pid" || true
-  printf '%-8s %s\n' "$stage" "$(grep 'longest busy' "$work/$stage.log" | sed 's/.*longest/longest/')"
+  printf '%-8s %s\n' "$stage" "$(grep 'longest busy' "$work/$stage.log" | sed 's/.*frames, //')"
   grep 'busy' "$work/$stage.log" | grep -v longest | sed 's/^/         /' | head -5 || true
 }
 
 echo "Longest stretch without drawing, 60-minute 44.1 kHz stereo WAV (decoded 1.38 GB):"
 run open
 run gain ctrl+a ctrl+Down
-run cut ctrl+a Right shift+Home
+run cut drag-middle ctrl+x
 run save ctrl+shift+s Return wait-save

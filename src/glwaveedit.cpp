@@ -121,7 +121,7 @@ static void CopyField(std::vector<float>& Target, const std::vector<float>& Sour
 
 // Mirror and record hold the same twelve fields: this copies all of them, in
 // one fixed order, one way or the other. The raw selection pair is kept.
-void GLWaveEdit::CopyMirrorAndRecord(AudioDocument& Record, bool bIntoRecord)
+void GLWaveEdit::CopyMirrorAndRecord(AudioDocument& Record, bool bIntoRecord, bool bWithFrames)
 {
     const auto copy = [bIntoRecord](auto& MirrorField, auto& RecordField) {
         if (bIntoRecord)
@@ -131,7 +131,8 @@ void GLWaveEdit::CopyMirrorAndRecord(AudioDocument& Record, bool bIntoRecord)
     };
     copy(SourceFilePath, Record.SourceFilePath);
     copy(ExternalPeaks, Record.ExternalPeaks);
-    copy(PcmFrames, Record.PcmFrames);
+    if (bWithFrames)
+        copy(PcmFrames, Record.PcmFrames);
     copy(PcmSampleRate, Record.PcmSampleRate);
     copy(PcmChannels, Record.PcmChannels);
     copy(DurationSec, Record.DurationSec);
@@ -460,8 +461,9 @@ void GLWaveEdit::SetExternalPeakWaveform(const std::string& Path, const std::vec
 // What opening does once the mirror holds the new document's audio: a fresh
 // position and selection, the whole document in view, a new record appended
 // and made active. Shared with AdoptDecodedDocument, which may bring memory
-// for the record's frames (pRecordStorage, capacity only).
-void GLWaveEdit::FinishOpenedDocument(std::vector<float>* pRecordStorage)
+// for the record's frames (pRecordStorage: its capacity, or with
+// bStorageHoldsFrames a copy of the frames made elsewhere).
+void GLWaveEdit::FinishOpenedDocument(std::vector<float>* pRecordStorage, bool bStorageHoldsFrames)
 {
     CurrentTimeSec = 0.0;
     PreviewTimeSec = 0.0;
@@ -476,11 +478,12 @@ void GLWaveEdit::FinishOpenedDocument(std::vector<float>* pRecordStorage)
     if (pRecordStorage)
     {
         Documents.back().PcmFrames.swap(*pRecordStorage);
-        Documents.back().PcmFrames.clear();
+        if (!bStorageHoldsFrames)
+            Documents.back().PcmFrames.clear();
     }
     AppendDocumentId();
     ActiveDocumentIndex = static_cast<int>(Documents.size()) - 1;
-    StoreActiveDocument();
+    CopyMirrorAndRecord(Documents.back(), true, !(pRecordStorage && bStorageHoldsFrames));
     SignalActiveDocumentChanged.emit(SourceFilePath);
 }
 

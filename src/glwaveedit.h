@@ -256,8 +256,11 @@ private:
     void CloseDocument(int Index);
     void StoreActiveDocument();
     void LoadActiveDocument(int Index);
-    void CopyMirrorAndRecord(AudioDocument& Record, bool bIntoRecord);
-    void FinishOpenedDocument(std::vector<float>* pRecordStorage);  // the shared tail of opening a document
+    void CopyMirrorAndRecord(AudioDocument& Record, bool bIntoRecord, bool bWithFrames = true);
+    // The shared tail of opening a document; bStorageHoldsFrames: the storage
+    // is a copy of the frames already, and becomes the record's as it is.
+    void FinishOpenedDocument(std::vector<float>* pRecordStorage, bool bStorageHoldsFrames = false);
+    void TakeAdoptedFrames(const std::string& Path, std::vector<float>&& Frames);
     void AppendDocumentId();
     uint64_t ActiveDocumentId() const;  // 0 with no active document
 
@@ -394,6 +397,20 @@ public:
     // thread of its own: the copy into the record then costs a memcpy only.
     void AdoptDecodedDocument(const std::string& Path, std::vector<float>&& Frames,
                               std::vector<float>&& RecordStorage = std::vector<float>());
+    // Everything of an adoption that does not need the editor, made on any
+    // thread: the record's copy of the frames and the waveform summary. The
+    // adoption then only moves memory, so that a host's frame thread does
+    // not stall for the copy and the summary of an hour.
+    struct PreparedDocument
+    {
+        std::vector<float> Frames;      // as AdoptDecodedDocument takes them
+        std::vector<float> RecordCopy;  // equal to Frames
+        WaveSummary Summary;            // of Frames
+    };
+    static PreparedDocument PrepareForAdoption(std::vector<float>&& Frames);
+    // AdoptDecodedDocument with what PrepareForAdoption made: the same steps,
+    // state and signals. Parts that do not fit the frames are made here.
+    void AdoptPreparedDocument(const std::string& Path, PreparedDocument&& Document);
 
     // --- Extensions: edit history (glwaveedit_history.cpp) ---
     // Off by default: with it off no edit stores anything. On, every cut,

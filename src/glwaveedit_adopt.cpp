@@ -1,16 +1,19 @@
 // GLWaveEdit extension: a document decoded elsewhere (on a worker thread of
 // the host, say) comes in as SetExternalPeakWaveform's own decode would, but
-// without a second decode and without a copy of its frames.
+// without a second decode and without a copy of its frames. Prepared, it
+// brings the record's copy and the waveform summary made on that thread too.
 
 #include "glwaveedit.h"
+#include "large_buffer.h"
 
+using LargeBuffer::AssignFloats;
 
 // The frames' format: what the editor's own decode gives.
 static constexpr int kAdoptedSampleRate = 48000;
 static constexpr int kAdoptedChannels = 2;
 
-void GLWaveEdit::AdoptDecodedDocument(const std::string& Path, std::vector<float>&& Frames,
-                                      std::vector<float>&& RecordStorage)
+// The mirror takes the frames as the editor's own decode would leave them.
+void GLWaveEdit::TakeAdoptedFrames(const std::string& Path, std::vector<float>&& Frames)
 {
     StoreActiveDocument();
     StopPlayback();
@@ -31,6 +34,45 @@ void GLWaveEdit::AdoptDecodedDocument(const std::string& Path, std::vector<float
     {
         DurationSec = 0.0;
     }
+}
+
+void GLWaveEdit::AdoptDecodedDocument(const std::string& Path, std::vector<float>&& Frames,
+                                      std::vector<float>&& RecordStorage)
+{
+    TakeAdoptedFrames(Path, std::move(Frames));
     std::vector<float> storage = std::move(RecordStorage);
     FinishOpenedDocument(storage.capacity() >= PcmFrames.size() ? &storage : nullptr);
+}
+
+GLWaveEdit::PreparedDocument GLWaveEdit::PrepareForAdoption(std::vector<float>&& Frames)
+{
+    PreparedDocument prepared;
+    prepared.Frames = std::move(Frames);
+    prepared.Frames.resize(prepared.Frames.size() - prepared.Frames.size() % kAdoptedChannels);
+    if (prepared.Frames.empty())
+        return prepared;
+    AssignFloats(prepared.RecordCopy, prepared.Frames);
+    prepared.Summary.Build(prepared.Frames.data(), static_cast<int64_t>(prepared.Frames.size() / kAdoptedChannels),
+                           kAdoptedChannels);
+    return prepared;
+}
+
+void GLWaveEdit::AdoptPreparedDocument(const std::string& Path, PreparedDocument&& Document)
+{
+    TakeAdoptedFrames(Path, std::move(Document.Frames));
+    const bool bCopyFits = bUsePcmFrames && Document.RecordCopy.size() == PcmFrames.size();
+    std::vector<float> storage = std::move(Document.RecordCopy);
+    FinishOpenedDocument(bCopyFits || storage.capacity() >= PcmFrames.size() ? &storage : nullptr, bCopyFits);
+    // The summary comes in already built, unless a signal handler asked for one meanwhile.
+    const WaveSummary& summary = Document.Summary;
+    const uint64_t id = ActiveDocumentId();
+    if (bUsePcmFrames && id != 0 && !FindSummary(id) && summary.Channels() == PcmChannels &&
+        summary.FrameCount() == static_cast<int64_t>(PcmFrames.size()) / PcmChannels)
+    {
+        DocumentSummary& entry = Summaries.emplace_back();
+        entry.DocumentId = id;
+        entry.Summary = std::move(Document.Summary);
+        entry.bBuilt = true;
+        entry.Revision = 1;
+    }
 }

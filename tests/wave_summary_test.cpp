@@ -2,6 +2,7 @@
 // brute-force scan, after builds, in-place changes, insertions and removals,
 // and inside the editor across its edits, selection changes and tab switches.
 #include <gtest/gtest.h>
+#include <cstring>
 
 #include <algorithm>
 #include <cmath>
@@ -200,10 +201,22 @@ TEST(EditorSummary, FollowsRandomEditsAndSurvivesSelectionChangesAndTabSwitches)
     std::mt19937 random(4242);
     GLWaveEdit editor;
     editor.AdoptDecodedDocument("a.wav", NoisyFrames(random, 200000, 2));
-    editor.AdoptDecodedDocument("b.wav", NoisyFrames(random, 150000, 2));
-    ASSERT_NE(ActiveSummary(editor), nullptr);
+    // The second tab comes prepared, as the program's opening worker makes
+    // it: its record and summary were made before it came in.
+    const std::vector<float> second = NoisyFrames(random, 150000, 2);
+    editor.AdoptPreparedDocument("b.wav", GLWaveEdit::PrepareForAdoption(std::vector<float>(second)));
+    uint64_t revision = 0;
+    const WaveSummary* prepared = ActiveSummary(editor, &revision);
+    ASSERT_NE(prepared, nullptr);
+    EXPECT_EQ(revision, 1u) << "the prepared summary was rebuilt";
+    ExpectMatchesScan(*prepared, second, 2, random, 10);
     editor.ActivateDocument(0);
     ASSERT_NE(ActiveSummary(editor), nullptr);
+    editor.ActivateDocument(1);
+    const std::vector<float> back = editor.ActiveFrames();  // from the prepared record
+    ASSERT_EQ(back.size(), second.size());
+    EXPECT_EQ(std::memcmp(back.data(), second.data(), back.size() * sizeof(float)), 0);  // NaNs too
+    editor.ActivateDocument(0);
 
     for (int step = 0; step < 24; ++step)
     {
