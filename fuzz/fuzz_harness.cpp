@@ -15,6 +15,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "audio_decode.h"
 #include "core.h"
 #include "glwaveedit.h"
 #include "sdl_compat.h"
@@ -165,6 +166,9 @@ private:
 
 void ImportOnce(const uint8_t* Data, size_t Size)
 {
+    // As the program does at start: FFmpeg's allocations are capped.
+    static const bool bCapped = (CapFfmpegAllocations(), true);
+    (void)bCapped;
     static ScratchFile scratch;
     const std::string& path = scratch.Write(Data, Size);
     Rig rig;

@@ -40,6 +40,7 @@ extern "C" {
 #include <libavutil/channel_layout.h>
 #include <libavutil/error.h>
 #include <libavutil/mathematics.h>
+#include <libavutil/mem.h>
 #include <libswresample/swresample.h>
 }
 
@@ -843,6 +844,11 @@ bool Decode(const std::string& Path, const DecodeControl& Control, DecodedAudio&
     return true;
 }
 }  // namespace
+
+void CapFfmpegAllocations()
+{
+    av_max_alloc(size_t(64) << 20);
+}
 
 bool DecodeAudioFile(const std::string& Path, const DecodeControl& Control, DecodedAudio& Out,
                      std::string* ErrorMessage)

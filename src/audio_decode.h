@@ -49,6 +49,12 @@ struct DecodeControl
     int Threads = 2;
 };
 
+// FFmpeg sizes some allocations by what a file says: a WAV's INFO tags made a
+// 1.6 KB file ask for 1.9 GB. This caps any one FFmpeg allocation at 64 MiB,
+// far above the packets, frames and cover pictures of audio. FFmpeg's limit
+// is process-wide, so the host calls this once, before decoding.
+void CapFfmpegAllocations();
+
 // Decodes the best audio stream of the local file Path (a plain path, never a
 // URL or protocol) into Out. A damaged stretch or a read error ends the audio
 // there, as in the editor's import. Returns false with a message for the user

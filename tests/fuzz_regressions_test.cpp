@@ -24,6 +24,17 @@ std::vector<std::filesystem::path> InputsOf(const std::string& Target)
     return inputs;
 }
 
+// The process's peak resident memory so far (VmHWM), in bytes.
+size_t PeakResidentBytes()
+{
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line))
+        if (line.rfind("VmHWM:", 0) == 0)
+            return std::stoull(line.substr(6)) * 1024;
+    return 0;
+}
+
 std::vector<uint8_t> Bytes(const std::filesystem::path& Path)
 {
     std::ifstream file(Path, std::ios::binary);
@@ -37,8 +48,12 @@ std::vector<uint8_t> Bytes(const std::filesystem::path& Path)
 // mp3-channel-change-segv: an MP3 whose frames change their channel count
 // midway; the resampler, set up for the first shape, read a plane that was
 // not there (a null read in swr_convert). Such frames are now passed over.
+// wav-info-tag-size-oom: a 1.6 KB WAV whose INFO tags claim about 645 MB
+// each; FFmpeg allocated (and zeroed) what they claimed, 1.9 GB in all. The
+// harness caps FFmpeg's allocations as the program does.
 // Every input here is a few KiB at most, so 16 MiB is far above any honest
-// buffer and far below the old reservation.
+// buffer and far below the old reservation, and no replay may raise the
+// peak resident memory by 256 MiB.
 TEST(FuzzRegressions, ImportInputsOpenWithoutCrashAndWithinBoundedMemory)
 {
     const auto inputs = InputsOf("import");
@@ -47,7 +62,9 @@ TEST(FuzzRegressions, ImportInputsOpenWithoutCrashAndWithinBoundedMemory)
     {
         SCOPED_TRACE(input.filename().string());
         const std::vector<uint8_t> bytes = Bytes(input);
+        const size_t peakBefore = PeakResidentBytes();
         GLWaveEditFuzz::ImportOnce(bytes.data(), bytes.size());
+        EXPECT_LT(PeakResidentBytes() - peakBefore, size_t(256) << 20);
 
         TestHost host;
         GLWaveEdit editor;
