@@ -95,7 +95,7 @@ void AdoptOpened(GLWaveEdit& Editor, Session& Docs, OpenResult& Opened)
     if (Opened.bPrepared)
         Editor.AdoptPreparedDocument(Opened.Path, std::move(Opened.Prepared));
     else
-        Editor.AdoptDecodedDocument(Opened.Path, std::move(Opened.Audio.Frames));
+        Editor.AdoptDecodedDocument(Opened.Path, std::move(Opened.Audio.Frames), std::move(Opened.Audio.Spare));
     DocumentInfo& info = Docs.Info(Editor.DocumentIdAt(Editor.ActiveDocument()));
     info.SourcePath = Opened.Path;
     info.FormatSummary = Opened.Format;
@@ -157,6 +157,7 @@ int RunBatch(const Options& Opts)
     }
     GLWaveEdit editor;
     Jobs work;
+    work.bPrepareDocuments = true;  // the window's path: one open to time and trust
     Session docs;
     for (const std::string& path : Opts.Files)
     {

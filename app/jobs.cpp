@@ -105,6 +105,7 @@ void Jobs::RunOpen(const std::string& Path)
     DecodeControl control;
     control.pCancel = cancel.get();
     control.pProgress = &OpenFraction;
+    control.bSpareBuffer = true;  // the record's room, faulted in while decoding
     if (MaxDecodedBytes > 0)
         control.MaxDecodedBytes = MaxDecodedBytes;
     result.bOk = DecodeAudioFile(Path, control, result.Audio, &result.Error);
@@ -113,7 +114,8 @@ void Jobs::RunOpen(const std::string& Path)
         result.Format = DescribeFormat(result.Audio);
     if (result.bOk && bPrepareDocuments)
     {
-        result.Prepared = GLWaveEdit::PrepareForAdoption(std::move(result.Audio.Frames));
+        result.Prepared =
+            GLWaveEdit::PrepareForAdoption(std::move(result.Audio.Frames), std::move(result.Audio.Spare));
         result.bPrepared = true;
     }
     {

@@ -5,8 +5,8 @@
 //   Local file    a regular file opened by us, before FFmpeg sees anything
 //   Input         FFmpeg reads through our descriptor; nested opens refused
 //   Session       the FFmpeg objects of one decoding, released in reverse
-//   Output        the frame buffer: reserved once, grown in small steps,
-//                 its pages faulted ahead by whichever thread is idle
+//   Output        the frame buffer (and a spare for its copy): reserved
+//                 once, grown in small steps, pages faulted ahead by a thread
 //   Conversion    one swr_convert per decoded frame, as the editor does
 //   Frame queue   decoded frames from the demux/decode thread to the resampler
 //   Decoding      the packet loop, on one thread or as a two-stage pipeline
@@ -26,6 +26,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
@@ -60,7 +61,7 @@ constexpr size_t kQueueFrames = 64;
 constexpr size_t kGrowFloats = size_t(64) << 10;
 // Fault-ahead steps, and how far ahead of the writer they may go (so that a
 // header claiming three hours for one minute costs no real memory).
-constexpr size_t kPrefaultStepBytes = size_t(16) << 20;
+constexpr size_t kPrefaultStepBytes = size_t(2) << 20;
 constexpr size_t kPrefaultAheadBytes = size_t(128) << 20;
 // The reservation trusts the container's duration up to this much.
 constexpr double kMaxReservedSec = 3.0 * 3600.0;
@@ -428,56 +429,102 @@ bool AllocateBuffers(DecodeSession& Session, size_t SlotCount, std::string& OutM
 
 // --- Output ---
 
-// Faults the pages of the output buffer in before the resampler gets there,
-// in steps taken by a thread that would otherwise wait. The kernel's clearing
-// of fresh pages is then off the resampler's path.
+// Faults the pages of the output buffer, and of a spare buffer beside it, in
+// ahead of the resampler on a thread of its own. Where the first touch of
+// fresh memory is slow (about a second per GB on some virtual machines), the
+// kernel's clearing of pages is the largest cost of an open: here it runs
+// beside the decoding instead of in its way. It never goes further than
+// kPrefaultAheadBytes past what is written, so a header that claims three
+// hours for one minute costs no real memory.
 class Prefaulter
 {
 public:
-    // Region: the reserved buffer. An empty region, or a kernel without
-    // MADV_POPULATE_WRITE, makes every step a no-op.
-    void SetRegion(void* Data, size_t Bytes)
+    ~Prefaulter() { Stop(); }
+
+    // Adds a reserved buffer to fault in, before Start. An empty region is
+    // left alone.
+    void AddRegion(void* Data, size_t Bytes)
     {
-        std::lock_guard<std::mutex> lock(Lock);
         const uintptr_t begin = reinterpret_cast<uintptr_t>(Data);
         const uintptr_t aligned = (begin + kPageBytes - 1) & ~(kPageBytes - 1);
-        Begin = reinterpret_cast<char*>(aligned);
-        EndBytes = aligned < begin + Bytes ? begin + Bytes - aligned : 0;
-        DoneBytes = 0;
+        if (Data && aligned < begin + Bytes)
+            Regions.push_back({reinterpret_cast<char*>(aligned), begin + Bytes - aligned, 0});
     }
 
-    // The buffer moves (the file was longer than its header said): the old
-    // region is gone, and the rest is left to the writes themselves.
-    void Forget() { SetRegion(nullptr, 0); }
+    void Start()
+    {
+        if (!Regions.empty())
+            Worker = std::thread([this] { Run(); });
+    }
 
-    // Written so far, as a share of the region; set by the resampler.
+    // The output moves (the file was longer than its header said): the old
+    // regions are gone, and the rest is left to the writes themselves.
+    void Forget() { Stop(); }
+
+    // Bytes of output written so far; set by the resampler.
     void SetWritten(size_t Bytes) { WrittenBytes.store(Bytes, std::memory_order_relaxed); }
 
-    // Faults one step in. False when there is nothing to do now, or another
-    // thread is at it.
-    bool Step()
+    void Stop()
     {
-        std::unique_lock<std::mutex> lock(Lock, std::try_to_lock);
-        if (!lock.owns_lock() || DoneBytes >= EndBytes ||
-            DoneBytes > WrittenBytes.load(std::memory_order_relaxed) + kPrefaultAheadBytes)
-            return false;
-        const size_t bytes = std::min(kPrefaultStepBytes, EndBytes - DoneBytes);
-        if (madvise(Begin + DoneBytes, bytes, MADV_POPULATE_WRITE) != 0)
         {
-            EndBytes = 0;  // not supported here: the writes fault as they go
-            return false;
+            std::lock_guard<std::mutex> lock(Lock);
+            bStopping = true;
         }
-        DoneBytes += bytes;
-        return true;
+        Wake.notify_all();
+        if (Worker.joinable())
+            Worker.join();
     }
 
 private:
+    struct Region
+    {
+        char* Begin;
+        size_t EndBytes;
+        size_t DoneBytes;
+    };
+
+    // Steps through the regions in turn, each up to the same distance past
+    // the writer, and naps while the writer catches up.
+    void Run()
+    {
+        std::unique_lock<std::mutex> lock(Lock);
+        while (!bStopping)
+        {
+            lock.unlock();
+            bool bFaulted = false;
+            for (Region& region : Regions)
+                bFaulted = StepInto(region) || bFaulted;
+            lock.lock();
+            if (!bFaulted)
+                Wake.wait_for(lock, kNap, [this] { return bStopping; });
+        }
+    }
+
+    bool StepInto(Region& R)
+    {
+        // Whole pages only: madvise refuses a start that is not on a page.
+        const size_t limit =
+            std::min(R.EndBytes, WrittenBytes.load(std::memory_order_relaxed) + kPrefaultAheadBytes) & ~(kPageBytes - 1);
+        if (R.DoneBytes >= limit)
+            return false;
+        const size_t bytes = std::min(kPrefaultStepBytes, limit - R.DoneBytes);
+        if (madvise(R.Begin + R.DoneBytes, bytes, MADV_POPULATE_WRITE) != 0)
+        {
+            R.EndBytes = 0;  // not supported here: the writes fault as they go
+            return false;
+        }
+        R.DoneBytes += bytes;
+        return true;
+    }
+
     static constexpr uintptr_t kPageBytes = 4096;
-    std::mutex Lock;
-    char* Begin = nullptr;
-    size_t EndBytes = 0;
-    size_t DoneBytes = 0;
+    static constexpr std::chrono::milliseconds kNap{2};
+    std::vector<Region> Regions;
     std::atomic<size_t> WrittenBytes{0};
+    std::mutex Lock;
+    std::condition_variable Wake;
+    bool bStopping = false;
+    std::thread Worker;
 };
 
 // Room for the whole file from the container's duration, like the editor's
@@ -490,6 +537,13 @@ void ReserveForDuration(std::vector<float>& Frames, const AVFormatContext* Forma
     const double frames = durationSec * 1.01 * kOutRate + kOutRate;
     const size_t floats = static_cast<size_t>(frames) * kOutChannels;
     LargeBuffer::ReserveFloats(Frames, std::min<uint64_t>(floats, MaxDecodedBytes / sizeof(float) + 1));
+}
+
+// As much room as the output has, for a copy of it, without headroom of its own.
+void ReserveSpare(std::vector<float>& Spare, size_t Floats)
+{
+    Spare.reserve(Floats);
+    LargeBuffer::AdviseHugePages(Spare.data(), Spare.capacity() * sizeof(float));
 }
 
 // --- Conversion ---
@@ -588,15 +642,12 @@ private:
 
 // A ring over the session's frame slots. The decoder fills the slot at the
 // tail, the resampler converts the one at the head. A side that has to wait
-// faults output pages in first, and sleeps until the other side is half way,
-// so that two threads of about the same speed do not wake each other for
-// every frame.
+// sleeps until the other side is half way, so that two threads of about the
+// same speed do not wake each other for every frame.
 class FrameQueue
 {
 public:
-    FrameQueue(std::vector<AVFrame*>& Slots, Prefaulter& Faults) : Slots(Slots), Rates(Slots.size()), Faults(Faults)
-    {
-    }
+    explicit FrameQueue(std::vector<AVFrame*>& Slots) : Slots(Slots), Rates(Slots.size()) {}
 
     // Decoder side: the slot to decode into next, or null once the resampler
     // has stopped.
@@ -663,20 +714,12 @@ private:
     void WaitIdle(std::unique_lock<std::mutex>& Held, bool& bWaiting, Ready IsReady)
     {
         bWaiting = true;
-        while (!IsReady())
-        {
-            Held.unlock();
-            const bool bFaulted = Faults.Step();
-            Held.lock();
-            if (!bFaulted && !IsReady())
-                Changed.wait(Held);
-        }
+        Changed.wait(Held, IsReady);
         bWaiting = false;
     }
 
     std::vector<AVFrame*>& Slots;
     std::vector<int> Rates;
-    Prefaulter& Faults;
     std::mutex Lock;
     std::condition_variable Changed;
     size_t Head = 0;
@@ -746,9 +789,9 @@ void DecodeOnOneThread(DecodeSession& Session, Converter& Convert, Failure& Fail
 }
 
 // Demuxing and decoding on the calling thread, resampling on a second one.
-void DecodeAsPipeline(DecodeSession& Session, Converter& Convert, Prefaulter& Faults, Failure& Failed)
+void DecodeAsPipeline(DecodeSession& Session, Converter& Convert, Failure& Failed)
 {
-    FrameQueue queue(Session.Slots, Faults);
+    FrameQueue queue(Session.Slots);
     std::thread resampler([&] {
         int codecRate = 0;
         while (const AVFrame* frame = queue.Oldest(codecRate))
@@ -822,14 +865,20 @@ bool Decode(const std::string& Path, const DecodeControl& Control, DecodedAudio&
 
     std::vector<float> frames;
     ReserveForDuration(frames, session.Format, Control.MaxDecodedBytes);
+    std::vector<float> spare;
+    if (Control.bSpareBuffer)
+        ReserveSpare(spare, frames.capacity());
     Prefaulter faults;
-    faults.SetRegion(frames.data(), frames.capacity() * sizeof(float));
+    faults.AddRegion(frames.data(), frames.capacity() * sizeof(float));
+    faults.AddRegion(spare.data(), spare.capacity() * sizeof(float));
+    faults.Start();
     Converter convert(session, frames, faults, Control.MaxDecodedBytes);
     Failure failed;
     if (bPipeline)
-        DecodeAsPipeline(session, convert, faults, failed);
+        DecodeAsPipeline(session, convert, failed);
     else
         DecodeOnOneThread(session, convert, failed);
+    faults.Stop();
 
     OutMessage = session.Input.Cancelled() ? std::string(kCancelledMessage) : failed.Get();
     if (OutMessage.empty() && convert.WrittenFloats() == 0)
@@ -837,7 +886,11 @@ bool Decode(const std::string& Path, const DecodeControl& Control, DecodedAudio&
     if (!OutMessage.empty())
         return false;
     frames.resize(convert.WrittenFloats());
+    // A spare outgrown by a file longer than its header said is no use.
+    if (spare.capacity() < frames.size())
+        std::vector<float>().swap(spare);
     Out.Frames = std::move(frames);
+    Out.Spare = std::move(spare);
     DescribeSource(session, Out);
     if (Control.pProgress)
         Control.pProgress->store(1.0, std::memory_order_relaxed);

@@ -15,6 +15,10 @@ struct DecodedAudio
 {
     // Interleaved float, 48000 Hz, 2 channels. Laid out once, on huge pages.
     std::vector<float> Frames;
+    // Asked for with DecodeControl::bSpareBuffer: empty, with room for a copy
+    // of Frames whose pages were faulted in while decoding (the editor's
+    // record of the document goes there). Empty without room otherwise.
+    std::vector<float> Spare;
     // The decoder's and the container's long names ("MP3 (MPEG audio layer 3)"),
     // or their short names where FFmpeg has no long one.
     std::string CodecName;
@@ -44,9 +48,14 @@ struct DecodeControl
     // Decoded output larger than this fails; a file that expands without end
     // (a rate of 1 Hz, say) stops here instead of filling memory.
     uint64_t MaxDecodedBytes = kDefaultMaxDecodedBytes;
-    // 1: everything on the calling thread. 2 or more: the resampling runs on a
-    // second thread, fed through a short queue of decoded frames.
+    // 1: decoding and resampling on the calling thread. 2 or more: the
+    // resampling runs on a second thread, fed through a short queue of
+    // decoded frames. Either way one more thread faults the output's pages in
+    // ahead of the writes.
     int Threads = 2;
+    // Also make DecodedAudio::Spare ready, its pages faulted in beside the
+    // decoding, not after it.
+    bool bSpareBuffer = false;
 };
 
 // FFmpeg sizes some allocations by what a file says: a WAV's INFO tags made a

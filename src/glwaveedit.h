@@ -407,7 +407,9 @@ public:
         std::vector<float> RecordCopy;  // equal to Frames
         WaveSummary Summary;            // of Frames
     };
-    static PreparedDocument PrepareForAdoption(std::vector<float>&& Frames);
+    // RecordStorage is used as in AdoptDecodedDocument.
+    static PreparedDocument PrepareForAdoption(std::vector<float>&& Frames,
+                                               std::vector<float>&& RecordStorage = std::vector<float>());
     // AdoptDecodedDocument with what PrepareForAdoption made: the same steps,
     // state and signals. Parts that do not fit the frames are made here.
     void AdoptPreparedDocument(const std::string& Path, PreparedDocument&& Document);

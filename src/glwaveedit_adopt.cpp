@@ -44,10 +44,12 @@ void GLWaveEdit::AdoptDecodedDocument(const std::string& Path, std::vector<float
     FinishOpenedDocument(storage.capacity() >= PcmFrames.size() ? &storage : nullptr);
 }
 
-GLWaveEdit::PreparedDocument GLWaveEdit::PrepareForAdoption(std::vector<float>&& Frames)
+GLWaveEdit::PreparedDocument GLWaveEdit::PrepareForAdoption(std::vector<float>&& Frames,
+                                                            std::vector<float>&& RecordStorage)
 {
     PreparedDocument prepared;
     prepared.Frames = std::move(Frames);
+    prepared.RecordCopy = std::move(RecordStorage);
     prepared.Frames.resize(prepared.Frames.size() - prepared.Frames.size() % kAdoptedChannels);
     if (prepared.Frames.empty())
         return prepared;

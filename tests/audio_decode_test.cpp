@@ -96,10 +96,16 @@ TEST(AudioDecode, EveryFormatEqualsTheEditorsImportOnOneAndTwoThreads)
             SCOPED_TRACE(threads);
             DecodeControl control;
             control.Threads = threads;
+            control.bSpareBuffer = threads == 2;  // the pages faulted beside must not disturb the frames
             const Result r = Decode(path, control);
             ASSERT_TRUE(r.bOk) << r.Error;
             ASSERT_EQ(r.Audio.Frames.size(), expected.size());
             EXPECT_LE(LargestDifference(r.Audio.Frames, expected), 1e-6f);
+            EXPECT_TRUE(r.Audio.Spare.empty());
+            if (control.bSpareBuffer)
+                EXPECT_GE(r.Audio.Spare.capacity(), r.Audio.Frames.size());
+            else
+                EXPECT_EQ(r.Audio.Spare.capacity(), 0u);
             EXPECT_EQ(r.Audio.SourceSampleRate, f.Rate);
             EXPECT_EQ(r.Audio.SourceChannels, f.Channels);
             EXPECT_NE(r.Audio.CodecName.find(f.Codec), std::string::npos) << r.Audio.CodecName;
