@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <memory>
 
 #include <nlohmann/json.hpp>
 
@@ -37,40 +38,45 @@ FileStamp StampOf(const std::string& Path)
             static_cast<int64_t>(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec};
 }
 
-// Appends Bytes to Path and puts them on the disk before returning.
-void AppendDurably(const std::string& Path, const std::string& Bytes)
+bool WriteAll(int Fd, const char* Data, size_t Bytes)
+{
+    size_t written = 0;
+    while (written < Bytes)
+    {
+        const ssize_t n = write(Fd, Data + written, Bytes - written);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        written += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+// Appends Head, then the samples an entry carries with the line that ends
+// them, to Path, and puts them on the disk before returning. The samples are
+// written from where they are: a pasted hour is not copied again.
+void AppendDurably(const std::string& Path, const std::string& Head, const std::vector<float>& Samples)
 {
     const int fd = open(Path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     if (fd < 0)
         return;
-    size_t written = 0;
-    while (written < Bytes.size())
-    {
-        const ssize_t n = write(fd, Bytes.data() + written, Bytes.size() - written);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
-        written += static_cast<size_t>(n);
-    }
+    if (WriteAll(fd, Head.data(), Head.size()) && !Samples.empty() &&
+        WriteAll(fd, reinterpret_cast<const char*>(Samples.data()), Samples.size() * sizeof(float)))
+        WriteAll(fd, "\n", 1);
     fdatasync(fd);
     close(fd);
 }
 
-std::string EntryBytes(const JournalEntry& Entry)
+// An entry's line; its samples follow it (see AppendDurably).
+std::string EntryLine(const JournalEntry& Entry)
 {
     nlohmann::json line = {{"kind", Entry.Kind},
                            {"start", Entry.StartFrame},
                            {"end", Entry.EndFrame},
                            {"percent", Entry.Percent},
                            {"inserted", Entry.Inserted.size()}};
-    std::string bytes = line.dump() + "\n";
-    if (!Entry.Inserted.empty())
-    {
-        bytes.append(reinterpret_cast<const char*>(Entry.Inserted.data()), Entry.Inserted.size() * sizeof(float));
-        bytes += "\n";
-    }
-    return bytes;
+    return line.dump() + "\n";
 }
 
 // The pid a journal's name starts with: "<pid>-<document>.journal".
@@ -166,8 +172,9 @@ void Journal::Record(uint64_t Id, const std::string& BasePath, JournalEntry Entr
                                        {"mtime_ns", stamp.ModifiedNs}};
         bytes = header.dump() + "\n";
     }
-    bytes += EntryBytes(Entry);
-    Writer.Post([path = file->second, bytes = std::move(bytes)] { AppendDurably(path, bytes); });
+    bytes += EntryLine(Entry);
+    auto samples = std::make_shared<std::vector<float>>(std::move(Entry.Inserted));
+    Writer.Post([path = file->second, bytes = std::move(bytes), samples] { AppendDurably(path, bytes, *samples); });
 }
 
 void Journal::Forget(uint64_t Id)

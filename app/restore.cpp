@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "glwaveedit.h"
+#include "large_buffer.h"
 #include "program.h"
 
 namespace
@@ -60,7 +61,7 @@ void JournalLastEdit(Program& App, size_t FramesBefore, double GainPercent)
         const std::vector<float>& frames = editor.ActiveFrames();
         const int64_t inserted = entry.EndFrame - entry.StartFrame;
         const int64_t grownBy = static_cast<int64_t>(frames.size() / 2) - static_cast<int64_t>(FramesBefore / 2);
-        entry.Inserted.assign(frames.begin() + entry.StartFrame * 2, frames.begin() + entry.EndFrame * 2);
+        LargeBuffer::AssignFloats(entry.Inserted, frames.data() + entry.StartFrame * 2, frames.data() + entry.EndFrame * 2);
         entry.EndFrame = entry.StartFrame + (inserted - grownBy);
     }
     else if (entry.Kind != "cut" && entry.Kind != "delete" && entry.Kind != "gain" && entry.Kind != "undo" &&
