@@ -37,7 +37,7 @@ double PositionAfterEdit(double PositionSec, const Program::EditReport& Edit, do
 
 // Runs one edit and journals it; when it changed the audio while it played,
 // the player starts again at the same place in the edited audio.
-void RunEdit(Program& App, const std::function<void(GLWaveEdit&)>& Edit, double GainPercent = 0.0)
+void RunEditNow(Program& App, const std::function<void(GLWaveEdit&)>& Edit, double GainPercent)
 {
     GLWaveEdit& editor = *App.pEditor;
     const bool playing = editor.IsPlaybackActive() && !editor.IsPlaybackPaused();
@@ -59,10 +59,21 @@ void RunEdit(Program& App, const std::function<void(GLWaveEdit&)>& Edit, double 
         App.Complain("Playback stopped: " + error);
 }
 
+// Every edit runs off the frame thread, with its journal entry, the restart
+// of playback and the waveform summary's update: on an hour each of them
+// moves or reads gigabytes. What names it while it runs.
+void RunEdit(Program& App, const char* What, std::function<void(GLWaveEdit&)> Edit, double GainPercent = 0.0)
+{
+    App.Edits.Queue(What, [&App, Edit = std::move(Edit), GainPercent] {
+        RunEditNow(App, Edit, GainPercent);
+        App.pEditor->RefreshWaveSummary();
+    });
+}
+
 void Gain(Program& App, double Percent)
 {
     RunEdit(
-        App,
+        App, "Applying gain",
         [&App, Percent](GLWaveEdit& Editor) {
             std::string error;
             if (Editor.ApplyGainPercent(Percent, &error))
@@ -135,19 +146,19 @@ const std::vector<Command>& Commands()
         {"File", "Close tab", "Ctrl+W", SDLK_w, true, false, nullptr, CommandCloseActive},
         {"File", "Quit", "Ctrl+Q", SDLK_q, true, false, nullptr, CommandQuit},
         {"Edit", "Undo", "Ctrl+Z", SDLK_z, true, false, [](const Program& App) { return App.pEditor->CanUndo(); },
-         [](Program& App) { RunEdit(App, [](GLWaveEdit& E) { E.Undo(); }); }},
+         [](Program& App) { RunEdit(App, "Undoing", [](GLWaveEdit& E) { E.Undo(); }); }},
         {"Edit", "Redo", "Ctrl+Shift+Z", SDLK_z, true, true, [](const Program& App) { return App.pEditor->CanRedo(); },
-         [](Program& App) { RunEdit(App, [](GLWaveEdit& E) { E.Redo(); }); }},
+         [](Program& App) { RunEdit(App, "Redoing", [](GLWaveEdit& E) { E.Redo(); }); }},
         {"Edit", "Redo", "Ctrl+Y", SDLK_y, true, false, [](const Program& App) { return App.pEditor->CanRedo(); },
-         [](Program& App) { RunEdit(App, [](GLWaveEdit& E) { E.Redo(); }); }},
+         [](Program& App) { RunEdit(App, "Redoing", [](GLWaveEdit& E) { E.Redo(); }); }},
         {"Edit", "Cut", "Ctrl+X", SDLK_x, true, false, HasSelectionToEdit,
-         [](Program& App) { RunEdit(App, [](GLWaveEdit& E) { E.RequestCutSelection(); }); }},
+         [](Program& App) { RunEdit(App, "Cutting", [](GLWaveEdit& E) { E.RequestCutSelection(); }); }},
         {"Edit", "Copy", "Ctrl+C", SDLK_c, true, false, HasSelectionToEdit,
-         [](Program& App) { App.pEditor->RequestCopySelection(); }},
+         [](Program& App) { RunEdit(App, "Copying", [](GLWaveEdit& E) { E.RequestCopySelection(); }); }},
         {"Edit", "Paste", "Ctrl+V", SDLK_v, true, false, nullptr,
-         [](Program& App) { RunEdit(App, [](GLWaveEdit& E) { E.RequestPasteAtSelection(); }); }},
+         [](Program& App) { RunEdit(App, "Pasting", [](GLWaveEdit& E) { E.RequestPasteAtSelection(); }); }},
         {"Edit", "Delete", "Delete", SDLK_DELETE, false, false, HasSelectionToEdit,
-         [](Program& App) { RunEdit(App, [](GLWaveEdit& E) { E.RequestDeleteSelection(); }); }},
+         [](Program& App) { RunEdit(App, "Deleting", [](GLWaveEdit& E) { E.RequestDeleteSelection(); }); }},
         {"Edit", "Select all", "Ctrl+A", SDLK_a, true, false, HasPcm,
          [](Program& App) { App.pEditor->SetHostedSelection(0.0, App.pEditor->DurationSec); }},
         {"Edit", "Clear selection", "C", 0, false, false, nullptr,

@@ -97,6 +97,7 @@ void Dialogs::Draw()
         ImGui::OpenPopup(id.c_str());
         front.bOpened = true;
     }
+    ++front.FramesDrawn;
     if (!BeginCentredModal(id))
         return;
     std::function<void()> after;

@@ -47,6 +47,10 @@ public:
     void Ask(PathPrompt P);
     void Ask(NumberPrompt N);
     bool IsShowing() const { return !Pending.empty(); }
+    // The dialog in front has not been drawn long enough to take keys: its
+    // popup opens on one frame and its field takes the focus on a later one.
+    // Keys typed ahead wait meanwhile instead of going nowhere.
+    bool IsSettling() const { return !Pending.empty() && Pending.front().FramesDrawn < kSettleFrames; }
     // Draws the one in front; answers run their callbacks after it is gone.
     void Draw();
 
@@ -60,7 +64,9 @@ private:
         std::string Buffer;
         bool bOpened = false;
         bool bFocusField = true;
+        int FramesDrawn = 0;
     };
+    static constexpr int kSettleFrames = 3;
     std::deque<Entry> Pending;
     int Serial = 0;  // gives every popup its own ImGui id
 

@@ -225,9 +225,13 @@ void RunFrame(Program& App, PointerInput& Pointer, Cursors& Shapes, std::string&
         App.FramesToDraw = std::max(App.FramesToDraw, 2);
     App.pEditor->MouseProcessing();
     ApplyCursor(*host.pTarvik, Shapes);
-    PollChooser(App);
-    TakeFinishedJobs(App);
-    AdvanceCloseQueue(App);
+    // A queued edit is for the document on screen: no tab may come or go first.
+    if (!App.Edits.IsBusy())
+    {
+        PollChooser(App);
+        TakeFinishedJobs(App);
+        AdvanceCloseQueue(App);
+    }
     RefreshTitle(App, Title);
 
     ImGui::Render();
@@ -431,14 +435,25 @@ int main(int argc, char** argv)
     KeyLatch keys;
     for (int frame = 1; !app.bQuit; ++frame)
     {
+        if (app.Edits.IsRunning())
+        {
+            times.Note(RunBusyFrame(app));
+            continue;
+        }
+        // Events after one that queued an edit or opened a dialog wait until
+        // the edit is done or the dialog can take them.
         SDL_Event event;
-        const bool waited = options.ScreenshotPath.empty() && WaitForEvent(app, event, SDL_GetTicks() - lastFrameMs);
+        const bool holdInput = app.Prompts.IsSettling();
+        if (holdInput)
+            SDL_Delay(kFrameMs);
+        const bool waited = !holdInput && options.ScreenshotPath.empty() &&
+                            WaitForEvent(app, event, SDL_GetTicks() - lastFrameMs);
         const Uint64 busyFrom = SDL_GetPerformanceCounter();
         for (const SDL_Event& kept : keys.NextFrame())
             HandleEvent(app, pointer, kept);
         if (waited && !keys.Defer(event))
             HandleEvent(app, pointer, event);
-        while (SDL_PollEvent(&event))
+        while (!app.Edits.IsBusy() && !app.Prompts.IsSettling() && SDL_PollEvent(&event))
             if (!keys.Defer(event))
                 HandleEvent(app, pointer, event);
         if (keys.HasDeferred())
@@ -451,10 +466,15 @@ int main(int argc, char** argv)
             exitCode = WriteScreenshotNow(app, options.ScreenshotPath);
             app.bQuit = true;
         }
+        app.Edits.StartQueued(host.pCoreSDL->Width, host.pCoreSDL->Height);
         SDL_GL_SwapWindow(window);
         times.Note(busyFrom);
     }
     times.Report();
+    while (!app.Edits.WaitForEnd(1000))  // the editor goes below; its edit ends first
+    {
+    }
+    app.Edits.ReleasePicture();
     if (options.ScreenshotPath.empty())
         RememberState(app);
     app.Recovery.ForgetAll();  // a clean end: every change was saved or let go

@@ -14,6 +14,7 @@
 #include "dialogs.h"
 #include "file_chooser.h"
 #include "jobs.h"
+#include "long_edits.h"
 #include "recovery.h"
 #include "session.h"
 #include "settings.h"
@@ -59,6 +60,10 @@ struct Program
     // Heights of the bars around the editor, in pixels, from the last frame.
     float MenuBarPx = 0.0f;
     float StatusBarPx = 0.0f;
+
+    // Edits run here, off the frame thread. Last: it goes first, so that a
+    // running edit ends before the state it works on.
+    LongEdits Edits;
 
     void Say(const std::string& Text) { Status = {Text, false}; }
     void Complain(const std::string& Text) { Status = {Text, true}; }

@@ -461,6 +461,11 @@ public:
     // millisecond, both with the duration's fields, so that the text keeps
     // its width while playing; for a host's status bar.
     std::string PlayPositionText() const;
+    // Folds the changes of the active document's frames into its waveform
+    // summary now instead of in the next Render. No GL: a host that runs an
+    // edit on a thread of its own calls this there after the edit, so that
+    // the frame thread's next Render only draws.
+    void RefreshWaveSummary();
 
 private:
     double NiceTimeStep(double RoughStepSec) const;

@@ -226,6 +226,11 @@ const WaveSummary* GLWaveEdit::CurrentSummary()
     return &summary;
 }
 
+void GLWaveEdit::RefreshWaveSummary()
+{
+    CurrentSummary();
+}
+
 // --- Columns ---
 
 // Column Index of Count evenly over StartSec .. StartSec + SpanSec.

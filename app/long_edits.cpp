@@ -1,0 +1,147 @@
+#include "long_edits.h"
+
+#include <GL/gl.h>
+#include <imgui.h>
+#include <imgui/backends/imgui_impl_opengl2.h>
+#include <imgui/backends/imgui_impl_sdl.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "program.h"
+
+namespace
+{
+// An edit that ends within this leaves the picture as it was: no flash of a
+// dimmed window for a short edit.
+constexpr std::chrono::milliseconds kQuietFor{150};
+constexpr float kDimmed = 0.55f;
+constexpr int kBusyFrameMs = 50;
+}  // namespace
+
+void LongEdits::Queue(const std::string& What, std::function<void()> Edit)
+{
+    Queued.emplace_back(What, std::move(Edit));
+}
+
+void LongEdits::StartQueued(int Width, int Height)
+{
+    if (Queued.empty())
+        return;
+    // What was just drawn, from the back buffer, before the swap.
+    if (PictureTexture == 0)
+        glGenTextures(1, &PictureTexture);
+    glBindTexture(GL_TEXTURE_2D, PictureTexture);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP);
+    glReadBuffer(GL_BACK);
+    glCopyTexImage2D(GL_TEXTURE_2D, 0, GL_RGB, 0, 0, Width, Height, 0);
+    glBindTexture(GL_TEXTURE_2D, 0);
+    PictureWidth = Width;
+    PictureHeight = Height;
+
+    StartedAt = std::chrono::steady_clock::now();
+    for (auto& [what, edit] : Queued)
+    {
+        ++Running;
+        Thread.Post([this, what = std::move(what), edit = std::move(edit)] {
+            {
+                std::lock_guard<std::mutex> hold(Lock);
+                Current = what;
+            }
+            edit();
+            std::lock_guard<std::mutex> hold(Lock);
+            --Running;
+            Ended.notify_all();
+        });
+    }
+    Queued.clear();
+}
+
+bool LongEdits::WaitForEnd(int Ms)
+{
+    std::unique_lock<std::mutex> hold(Lock);
+    return Ended.wait_for(hold, std::chrono::milliseconds(Ms), [this] { return Running.load() == 0; });
+}
+
+void LongEdits::DrawBusyFrame(int Width, int Height)
+{
+    const auto elapsed = std::chrono::steady_clock::now() - StartedAt;
+    const bool bDim = elapsed >= kQuietFor;
+    glViewport(0, 0, Width, Height);
+    glMatrixMode(GL_PROJECTION);
+    glLoadIdentity();
+    glMatrixMode(GL_MODELVIEW);
+    glLoadIdentity();
+    glDisable(GL_BLEND);
+    glDisable(GL_SCISSOR_TEST);
+    glClearColor(0.06f, 0.07f, 0.09f, 1.0f);
+    glClear(GL_COLOR_BUFFER_BIT);
+    if (PictureTexture != 0)
+    {
+        // The picture as it was taken; a resized window stretches it.
+        glEnable(GL_TEXTURE_2D);
+        glBindTexture(GL_TEXTURE_2D, PictureTexture);
+        const float shade = bDim ? kDimmed : 1.0f;
+        glColor4f(shade, shade, shade, 1.0f);
+        glBegin(GL_QUADS);
+        glTexCoord2f(0.0f, 0.0f), glVertex2f(-1.0f, -1.0f);
+        glTexCoord2f(1.0f, 0.0f), glVertex2f(1.0f, -1.0f);
+        glTexCoord2f(1.0f, 1.0f), glVertex2f(1.0f, 1.0f);
+        glTexCoord2f(0.0f, 1.0f), glVertex2f(-1.0f, 1.0f);
+        glEnd();
+        glBindTexture(GL_TEXTURE_2D, 0);
+        glDisable(GL_TEXTURE_2D);
+    }
+    if (!bDim)
+        return;
+    std::string what;
+    {
+        std::lock_guard<std::mutex> hold(Lock);
+        what = Current;
+    }
+    ImGui_ImplOpenGL2_NewFrame();
+    ImGui_ImplSDL2_NewFrame();
+    ImGui::NewFrame();
+    const ImGuiViewport* view = ImGui::GetMainViewport();
+    ImGui::SetNextWindowPos(ImVec2(view->WorkPos.x + view->WorkSize.x * 0.5f, view->WorkPos.y + view->WorkSize.y * 0.5f),
+                            ImGuiCond_Always, ImVec2(0.5f, 0.5f));
+    ImGui::Begin("##busy", nullptr,
+                 ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_NoInputs | ImGuiWindowFlags_AlwaysAutoResize |
+                     ImGuiWindowFlags_NoSavedSettings | ImGuiWindowFlags_NoFocusOnAppearing);
+    char seconds[32];
+    std::snprintf(seconds, sizeof seconds, "%.1f s", std::chrono::duration<double>(elapsed).count());
+    ImGui::Text("%s...  %s", what.c_str(), seconds);
+    ImGui::TextDisabled("Keys and clicks wait until it is done.");
+    ImGui::End();
+    ImGui::Render();
+    ImGui_ImplOpenGL2_RenderDrawData(ImGui::GetDrawData());
+}
+
+Uint64 RunBusyFrame(Program& App)
+{
+    const bool ended = App.Edits.WaitForEnd(kBusyFrameMs);
+    const Uint64 busyFrom = SDL_GetPerformanceCounter();
+    if (ended)
+    {
+        App.Edits.ReleasePicture();
+        App.FramesToDraw = std::max(App.FramesToDraw, 3);
+        return busyFrom;
+    }
+    SDL_PumpEvents();  // the window stays alive to the window manager
+    int width = 1;
+    int height = 1;
+    SDL_GL_GetDrawableSize(App.pWindow, &width, &height);
+    App.Edits.DrawBusyFrame(width, height);
+    SDL_GL_SwapWindow(App.pWindow);
+    return busyFrom;
+}
+
+void LongEdits::ReleasePicture()
+{
+    if (PictureTexture != 0)
+        glDeleteTextures(1, &PictureTexture);
+    PictureTexture = 0;
+}
