@@ -92,12 +92,33 @@ std::string ScratchPath(const std::string& FileName)
     return (folder / FileName).string();
 }
 
+// The arguments a fixture was made with, and its size and time as made: a
+// test that wrote over it makes it differ.
+static std::string FixtureStamp(const std::string& Path, const std::string& Arguments)
+{
+    std::error_code error;
+    const auto size = std::filesystem::file_size(Path, error);
+    if (error)
+        return "";
+    const auto time = std::filesystem::last_write_time(Path, error).time_since_epoch().count();
+    return Arguments + "\n" + std::to_string(size) + " " + std::to_string(time);
+}
+
 std::string MakeFfmpegFixture(const std::string& FileName, const std::string& Arguments)
 {
+    // A fixture made earlier from the same arguments, and untouched since, is
+    // used again: the hour-long ones take seconds to encode.
     const std::string path = ScratchPath(FileName);
+    const std::string made = path + ".made-with";
+    std::ifstream madeIn(made);
+    const std::string madeWith((std::istreambuf_iterator<char>(madeIn)), std::istreambuf_iterator<char>());
+    if (!madeWith.empty() && madeWith == FixtureStamp(path, Arguments))
+        return path;
+    std::filesystem::remove(made);
     const std::string command = std::string("\"") + GLWE_FFMPEG_PATH + "\" -y -hide_banner -loglevel error " +
                                 Arguments + " \"" + path + "\"";
     if (std::system(command.c_str()) != 0)
         return "";
+    std::ofstream(made) << FixtureStamp(path, Arguments);
     return path;
 }
