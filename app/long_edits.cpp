@@ -24,7 +24,7 @@ void LongEdits::Queue(const std::string& What, std::function<void()> Edit)
     Queued.emplace_back(What, std::move(Edit));
 }
 
-void LongEdits::StartQueued(int Width, int Height)
+void LongEdits::KeepPicture(int Width, int Height)
 {
     if (Queued.empty())
         return;
@@ -41,7 +41,10 @@ void LongEdits::StartQueued(int Width, int Height)
     glBindTexture(GL_TEXTURE_2D, 0);
     PictureWidth = Width;
     PictureHeight = Height;
+}
 
+void LongEdits::StartQueued()
+{
     StartedAt = std::chrono::steady_clock::now();
     for (auto& [what, edit] : Queued)
     {

@@ -32,8 +32,10 @@ public:
     bool IsBusy() const { return !Queued.empty() || IsRunning(); }
     bool IsRunning() const { return Running.load() > 0; }
     // End of the frame that queued edits, after drawing and before the swap:
-    // keeps what was drawn (Width x Height pixels) and starts the edits.
-    void StartQueued(int Width, int Height);
+    // keeps what was drawn (Width x Height pixels; GL context current).
+    void KeepPicture(int Width, int Height);
+    // Starts the queued edits, in the order they came.
+    void StartQueued();
     // Waits up to Ms for the running edits to end; true once they have.
     bool WaitForEnd(int Ms);
     // A frame while edits run: the kept picture, and after a moment a dimmed

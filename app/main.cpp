@@ -466,7 +466,8 @@ int main(int argc, char** argv)
             exitCode = WriteScreenshotNow(app, options.ScreenshotPath);
             app.bQuit = true;
         }
-        app.Edits.StartQueued(host.pCoreSDL->Width, host.pCoreSDL->Height);
+        app.Edits.KeepPicture(host.pCoreSDL->Width, host.pCoreSDL->Height);
+        app.Edits.StartQueued();
         SDL_GL_SwapWindow(window);
         times.Note(busyFrom);
     }

@@ -3,6 +3,7 @@
 // that come from the editor's history position, and the background jobs.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <filesystem>
@@ -12,6 +13,7 @@
 
 #include "glwaveedit.h"
 #include "jobs.h"
+#include "long_edits.h"
 #include "options.h"
 #include "session.h"
 #include "settings.h"
@@ -225,4 +227,33 @@ TEST(BackgroundJobs, OpenSaveAndCancelOnTheirWorkersWhileTheCallerWaits)
         ++finished;
     EXPECT_FALSE(work.IsOpening());
     EXPECT_LE(finished, 1);  // at most the one that was running
+}
+
+TEST(BackgroundJobs, EditsRunInTheirOrderOffTheFrameThreadAndTheirEndIsSeen)
+{
+    LongEdits edits;
+    std::mutex lock;
+    std::vector<int> ran;
+    std::vector<std::thread::id> threads;
+    std::atomic<bool> release{false};
+    for (int i = 0; i < 3; ++i)
+        edits.Queue("Edit", [&, i] {
+            while (i == 0 && !release.load())
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            std::lock_guard<std::mutex> hold(lock);
+            ran.push_back(i);
+            threads.push_back(std::this_thread::get_id());
+        });
+    EXPECT_TRUE(edits.IsBusy());  // queued: the frame must leave the editor alone already
+    EXPECT_FALSE(edits.IsRunning());
+    edits.StartQueued();
+    EXPECT_TRUE(edits.IsRunning());
+    EXPECT_FALSE(edits.WaitForEnd(20));  // the first is held
+    release = true;
+    ASSERT_TRUE(edits.WaitForEnd(10000));
+    EXPECT_FALSE(edits.IsBusy());
+    std::lock_guard<std::mutex> hold(lock);
+    EXPECT_EQ(ran, (std::vector<int>{0, 1, 2}));
+    for (const std::thread::id& id : threads)
+        EXPECT_NE(id, std::this_thread::get_id());
 }
