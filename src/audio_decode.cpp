@@ -62,7 +62,7 @@ constexpr size_t kGrowFloats = size_t(64) << 10;
 // Fault-ahead steps, and how far ahead of the writer they may go (so that a
 // header claiming three hours for one minute costs no real memory).
 constexpr size_t kPrefaultStepBytes = size_t(2) << 20;
-constexpr size_t kPrefaultAheadBytes = size_t(128) << 20;
+constexpr size_t kPrefaultAheadBytes = size_t(64) << 20;
 // The reservation trusts the container's duration up to this much.
 constexpr double kMaxReservedSec = 3.0 * 3600.0;
 
@@ -528,15 +528,17 @@ private:
 };
 
 // Room for the whole file from the container's duration, like the editor's
-// import, and no more than the bound allows.
-void ReserveForDuration(std::vector<float>& Frames, const AVFormatContext* Format, uint64_t MaxDecodedBytes)
+// import, and no more than the bound allows. Returns the floats expected (0
+// when the container does not say): the reservation has headroom beyond.
+size_t ReserveForDuration(std::vector<float>& Frames, const AVFormatContext* Format, uint64_t MaxDecodedBytes)
 {
     if (Format->duration <= 0)
-        return;
+        return 0;
     const double durationSec = std::min(static_cast<double>(Format->duration) / AV_TIME_BASE, kMaxReservedSec);
     const double frames = durationSec * 1.01 * kOutRate + kOutRate;
-    const size_t floats = static_cast<size_t>(frames) * kOutChannels;
-    LargeBuffer::ReserveFloats(Frames, std::min<uint64_t>(floats, MaxDecodedBytes / sizeof(float) + 1));
+    const size_t floats = std::min<uint64_t>(static_cast<size_t>(frames) * kOutChannels, MaxDecodedBytes / sizeof(float) + 1);
+    LargeBuffer::ReserveFloats(Frames, floats);
+    return floats;
 }
 
 // As much room as the output has, for a copy of it, without headroom of its own.
@@ -864,13 +866,14 @@ bool Decode(const std::string& Path, const DecodeControl& Control, DecodedAudio&
         return false;
 
     std::vector<float> frames;
-    ReserveForDuration(frames, session.Format, Control.MaxDecodedBytes);
+    const size_t expectedFloats = ReserveForDuration(frames, session.Format, Control.MaxDecodedBytes);
     std::vector<float> spare;
     if (Control.bSpareBuffer)
         ReserveSpare(spare, frames.capacity());
+    // The expected audio only: the headroom stays untouched, and costs no memory.
     Prefaulter faults;
-    faults.AddRegion(frames.data(), frames.capacity() * sizeof(float));
-    faults.AddRegion(spare.data(), spare.capacity() * sizeof(float));
+    faults.AddRegion(frames.data(), std::min(frames.capacity(), expectedFloats) * sizeof(float));
+    faults.AddRegion(spare.data(), std::min(spare.capacity(), expectedFloats) * sizeof(float));
     faults.Start();
     Converter convert(session, frames, faults, Control.MaxDecodedBytes);
     Failure failed;
