@@ -70,6 +70,13 @@ void RunEdit(Program& App, const char* What, std::function<void(GLWaveEdit&)> Ed
     });
 }
 
+// Starting playback copies the whole document for the player (155 ms for an
+// hour the first time): the play commands run off the frame thread too.
+void RunPlay(Program& App, std::function<void(GLWaveEdit&)> Command)
+{
+    App.Edits.Queue("Starting playback", [&App, Command = std::move(Command)] { Command(*App.pEditor); });
+}
+
 void Gain(Program& App, double Percent)
 {
     RunEdit(
@@ -178,15 +185,15 @@ const std::vector<Command>& Commands()
          [](Program& App) { App.pEditor->AmplitudeZoom = std::max(App.pEditor->AmplitudeZoom / 2.0, 1.0); }},
         {"View", "Full-scale amplitude", "", 0, false, false, nullptr,
          [](Program& App) { App.pEditor->AmplitudeZoom = 1.0; }},
-        {"Play", "Play / pause", "Space", 0, false, false, HasPcm,
-         [](Program& App) { App.pEditor->TogglePlayback(); }},
+        {"Play", "Play / pause", "Space", SDLK_SPACE, false, false, HasPcm,
+         [](Program& App) { RunPlay(App, [](GLWaveEdit& E) { E.TogglePlayback(); }); }},
         {"Play", "Play selection", "Shift+Space", SDLK_SPACE, false, true, HasPcm,
-         [](Program& App) { App.pEditor->PlaySelectionOrCurrent(); }},
+         [](Program& App) { RunPlay(App, [](GLWaveEdit& E) { E.PlaySelectionOrCurrent(); }); }},
         {"Play", "Stop", "", 0, false, false, nullptr, [](Program& App) { App.pEditor->StopPlayback(); }},
         {"Play", "Go to start", "Home", SDLK_HOME, false, false, HasPcm,
-         [](Program& App) { App.pEditor->SeekPlaybackTo(0.0); }},
+         [](Program& App) { RunPlay(App, [](GLWaveEdit& E) { E.SeekPlaybackTo(0.0); }); }},
         {"Play", "Go to end", "End", SDLK_END, false, false, HasPcm,
-         [](Program& App) { App.pEditor->SeekPlaybackTo(App.pEditor->DurationSec); }},
+         [](Program& App) { RunPlay(App, [](GLWaveEdit& E) { E.SeekPlaybackTo(E.DurationSec); }); }},
         {"Help", "Keys", "F1", SDLK_F1, false, false, nullptr, ShowKeys},
     };
     return table;

@@ -1,5 +1,5 @@
 // Decodes audio files with the program's decoder and prints what came out,
-// for timing beside the ffmpeg program (see decode_hour.sh).
+// for timing the decoder alone beside the ffmpeg program.
 // Usage: decode_file [--threads N] FILE...
 #include <chrono>
 #include <cstdio>

@@ -56,3 +56,4 @@ run open
 run gain ctrl+a ctrl+Down
 run cut drag-middle ctrl+x
 run save ctrl+shift+s Return wait-save
+run play space space space
