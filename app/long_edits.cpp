@@ -39,8 +39,6 @@ void LongEdits::KeepPicture(int Width, int Height)
     glReadBuffer(GL_BACK);
     glCopyTexImage2D(GL_TEXTURE_2D, 0, GL_RGB, 0, 0, Width, Height, 0);
     glBindTexture(GL_TEXTURE_2D, 0);
-    PictureWidth = Width;
-    PictureHeight = Height;
 }
 
 void LongEdits::StartQueued()

@@ -52,8 +52,6 @@ private:
     std::string Current;  // under Lock
     std::chrono::steady_clock::time_point StartedAt;
     unsigned PictureTexture = 0;
-    int PictureWidth = 0;
-    int PictureHeight = 0;
     // Declared last: destroyed first, so that a running edit ends before the
     // state it reports to goes.
     Worker Thread;

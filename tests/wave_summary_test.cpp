@@ -2,10 +2,10 @@
 // brute-force scan, after builds, in-place changes, insertions and removals,
 // and inside the editor across its edits, selection changes and tab switches.
 #include <gtest/gtest.h>
-#include <cstring>
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <random>
 
