@@ -272,6 +272,9 @@ void ConnectEditor(Program& App, GLWaveEdit& Editor, PointerInput& Pointer)
     };
     Editor.bChannelLanes = App.Settings.bChannelLanes;
     Editor.bAmplitudeDb = App.Settings.bAmplitudeDb;
+    // GLWE_WAVEFORM_LINES=1 draws the columns as lines, for a driver whose GLSL misbehaves.
+    const char* lines = std::getenv("GLWE_WAVEFORM_LINES");
+    Editor.bColumnShader = !(lines && std::string(lines) == "1");
     Editor.CloseRequestProvider = [&App, &Pointer](int Index) {
         Pointer.ForgetPresses();
         RequestClose(App, {App.pEditor->DocumentIdAt(Index)}, false);

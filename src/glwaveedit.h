@@ -47,6 +47,7 @@
 #include "glchildwindow.h"
 #include "glcolor.h"
 #include "signalslot.h"
+#include "wave_column_shader.h"
 #include "wave_summary.h"
 
 class GLDeckAudioPlayer;
@@ -148,6 +149,7 @@ public:
     bool bChannelLanes = true;   // a lane per PCM channel; false: one trace of the channel mix
     bool bAmplitudeDb = false;   // amplitude scale in dBFS instead of -1..1
     double AmplitudeZoom = 1.0;  // vertical zoom: 1 shows full scale, 2 half of it (at least 1)
+    bool bColumnShader = true;   // columns by a fragment shader where GL has one; false: as lines
 
     // Host hooks, called synchronously on the frame thread. An empty one
     // counts as absent.
@@ -486,8 +488,11 @@ private:
     std::vector<DocumentSummary> Summaries;
     uint64_t CachedSummaryId = 0;        // summary the columns were made from
     uint64_t CachedSummaryRevision = 0;
+    int CachedRenderRate = 0;            // sample rate the columns were made at
     int CachedTraceCount = 0;                     // traces per column below
     std::vector<TraceColumn> CachedTraceColumns;  // trace-major: trace * columns + column
+    std::unique_ptr<WaveColumnShader> ColumnShader;  // made on the first frame that may use it
+    std::vector<WaveColumnShader::Column> ShaderColumns;  // lane-major, reused between frames
 
     bool IsPcmUsable() const;
     DocumentSummary* FindSummary(uint64_t DocumentId);
@@ -506,10 +511,15 @@ private:
     void RenderTabMenu() const;
     void RenderGrid(double StepSec) const;
     int LaneCount() const;
+    int TraceOfLane(int Lane) const;
     void LaneBounds(int Lane, double& OutTop, double& OutBottom) const;
     double AmpY(double Amp, double Top, double Bottom) const;
     void RenderWaveform();
+    std::vector<double> ColumnXs() const;
+    WaveColumnShader::Look ColumnLook(int Trace) const;
+    bool RenderColumnsByShader(int Lanes);
     void RenderLaneColumns(int Trace, double Top, double Bottom) const;
+    void RenderClipCaps(int Trace, const std::vector<double>& Xs, double Top, double Bottom) const;
     void RenderLaneSamples(int Trace, double Top, double Bottom) const;
     void RenderAmplitudeScale(int Lane, double Top, double Bottom) const;
     void RenderSelection() const;

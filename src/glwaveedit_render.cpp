@@ -16,6 +16,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 
 #include "core.h"
 #include "glgeometry.h"
@@ -363,9 +364,16 @@ bool GLWaveEdit::RefreshRenderColumns(int ColumnCount, double WidthPx)
     const bool hostLoading = IsPreloadingProvider && IsPreloadingProvider();
     const bool keyUnchanged = CachedRenderStartSec == ViewStartSec && CachedRenderEndSec == ViewEndSec &&
                               CachedRenderSampleCount == columnCount && CachedRenderWidthPx == WidthPx &&
-                              CachedSummaryId == id && CachedSummaryRevision == revision;
-    if (bRenderSamplesValid && keyUnchanged && !hostLoading)
+                              CachedSummaryId == id && CachedSummaryRevision == revision &&
+                              CachedRenderRate == PcmSampleRate;
+    // A tab's summary counts every change of its frames, so its columns
+    // outlive an invalidation that changed nothing they show (a new selection).
+    const bool bRevisionTells = entry && id != 0;
+    if ((bRenderSamplesValid || bRevisionTells) && keyUnchanged && !hostLoading)
+    {
+        bRenderSamplesValid = true;
         return !CachedRenderSamples.empty();
+    }
 
     // Sources in the order of the span query's chain, the cheapest way to each.
     if (!(summary && PcmColumns(columnCount, *summary)))
@@ -381,6 +389,7 @@ bool GLWaveEdit::RefreshRenderColumns(int ColumnCount, double WidthPx)
     CachedRenderWidthPx = WidthPx;
     CachedSummaryId = id;
     CachedSummaryRevision = revision;
+    CachedRenderRate = PcmSampleRate;
     bRenderSamplesValid = true;
     return !CachedRenderSamples.empty();
 }
@@ -644,6 +653,12 @@ void GLWaveEdit::LaneBounds(int Lane, double& OutTop, double& OutBottom) const
     OutBottom = OutTop - height;
 }
 
+// The trace a lane shows: its channel, or the mix in a single lane.
+int GLWaveEdit::TraceOfLane(int Lane) const
+{
+    return LaneCount() > 1 ? Lane : CachedTraceCount - 1;
+}
+
 static double EffectiveZoom(double Zoom)
 {
     return Zoom == Zoom ? std::clamp(Zoom, 1.0, 1e4) : 1.0;
@@ -797,21 +812,91 @@ void GLWaveEdit::RenderAmplitudeScale(int Lane, double Top, double Bottom) const
     }
 }
 
-// Min/max filled with a distinct edge, RMS as a lighter inner band, and red
-// caps over columns that reach full scale.
+// The centre of each column on x, as the hit tests place its time.
+std::vector<double> GLWaveEdit::ColumnXs() const
+{
+    std::vector<double> xs(CachedRenderSamples.size());
+    for (size_t i = 0; i < xs.size(); ++i)
+        xs[i] = XForTime(CachedRenderSamples[i].TimeSec);
+    return xs;
+}
+
+// Min/max filled and a lighter RMS band inside it (where the trace has RMS),
+// under a bright edge.
+WaveColumnShader::Look GLWaveEdit::ColumnLook(int Trace) const
+{
+    const size_t count = CachedRenderSamples.size();
+    const bool bRms = bWaveFill && count > 0 && CachedTraceColumns[static_cast<size_t>(Trace) * count].RmsAmp >= 0.0f;
+    WaveColumnShader::Look look;
+    look.Fill = Blend(*pWaveColor, *pPlotBackColor, 0.1f, bWaveFill ? 0.9f : 0.0f);
+    look.Rms = Blend(*pWaveColor, kWhite, 0.5f, bRms ? 0.95f : 0.0f);
+    look.Edge = Blend(*pWaveColor, kWhite, 0.8f, 1.0f);
+    return look;
+}
+
+static WaveColumnShader::Column ColumnExtent(const GLWaveEdit::TraceColumn& Column,
+                                             const std::function<double(double)>& Y)
+{
+    WaveColumnShader::Column extent;
+    extent.MaxY = static_cast<float>(Y(Column.MaxAmp));
+    extent.MinY = static_cast<float>(Y(Column.MinAmp));
+    if (Column.RmsAmp >= 0.0f)
+    {
+        extent.RmsTopY = static_cast<float>(Y(std::min(Column.RmsAmp, Column.MaxAmp)));
+        extent.RmsBottomY = static_cast<float>(Y(std::max(-Column.RmsAmp, Column.MinAmp)));
+    }
+    return extent;
+}
+
+// Every lane's columns in one texture, then a quad per lane; the clip caps
+// stay lines. False where the shader cannot be had, before anything is drawn.
+bool GLWaveEdit::RenderColumnsByShader(int Lanes)
+{
+    if (!bColumnShader)
+        return false;
+    if (!ColumnShader)
+        ColumnShader = std::make_unique<WaveColumnShader>();
+    if (!ColumnShader->IsAvailable())
+        return false;
+    const size_t count = CachedRenderSamples.size();
+    ShaderColumns.resize(count * static_cast<size_t>(Lanes));
+    for (int lane = 0; lane < Lanes; ++lane)
+    {
+        double top = 0.0;
+        double bottom = 0.0;
+        LaneBounds(lane, top, bottom);
+        const auto y = [&](double Amp) { return AmpY(Amp, top, bottom); };
+        const TraceColumn* columns = CachedTraceColumns.data() + static_cast<size_t>(TraceOfLane(lane)) * count;
+        for (size_t i = 0; i < count; ++i)
+            ShaderColumns[static_cast<size_t>(lane) * count + i] = ColumnExtent(columns[i], y);
+    }
+    if (!ColumnShader->SetColumns(ShaderColumns, static_cast<int>(count), Lanes))
+        return false;
+    const std::vector<double> xs = ColumnXs();
+    const double spacing = count > 1 ? (xs.back() - xs.front()) / static_cast<double>(count - 1) : PlotX2 - PlotX1;
+    for (int lane = 0; lane < Lanes; ++lane)
+    {
+        double top = 0.0;
+        double bottom = 0.0;
+        LaneBounds(lane, top, bottom);
+        ColumnShader->DrawRow(lane, xs.front() - spacing * 0.5, xs.back() + spacing * 0.5, top, bottom, PixelY(),
+                              ColumnLook(TraceOfLane(lane)));
+        RenderClipCaps(TraceOfLane(lane), xs, top, bottom);
+    }
+    return true;
+}
+
+// The same layers as lines: a column is a pixel wide, so each is one vertical
+// line, far fewer pixels to set up than a strip of tall quads.
 void GLWaveEdit::RenderLaneColumns(int Trace, double Top, double Bottom) const
 {
     const size_t count = CachedRenderSamples.size();
     const TraceColumn* columns = CachedTraceColumns.data() + static_cast<size_t>(Trace) * count;
-    std::vector<double> xs(count);
-    for (size_t i = 0; i < count; ++i)
-        xs[i] = XForTime(CachedRenderSamples[i].TimeSec);
-
-    if (bWaveFill)
+    const std::vector<double> xs = ColumnXs();
+    const WaveColumnShader::Look look = ColumnLook(Trace);
+    if (look.Fill.A > 0.0f)
     {
-        // A column is a pixel wide, so each is one vertical line: far fewer
-        // pixels to set up than a strip of tall quads.
-        UseColor(Blend(*pWaveColor, *pPlotBackColor, 0.1f, 0.9f));
+        UseColor(look.Fill);
         glBegin(GL_LINES);
         for (size_t i = 0; i < count; ++i)
         {
@@ -819,20 +904,20 @@ void GLWaveEdit::RenderLaneColumns(int Trace, double Top, double Bottom) const
             glVertex2d(xs[i], AmpY(columns[i].MinAmp, Top, Bottom) - 0.5 * PixelY());
         }
         glEnd();
-        if (count > 0 && columns[0].RmsAmp >= 0.0f)
-        {
-            UseColor(Blend(*pWaveColor, kWhite, 0.5f, 0.95f));
-            glBegin(GL_LINES);
-            for (size_t i = 0; i < count; ++i)
-            {
-                const TraceColumn& c = columns[i];
-                glVertex2d(xs[i], AmpY(std::min(c.RmsAmp, c.MaxAmp), Top, Bottom));
-                glVertex2d(xs[i], AmpY(std::max(-c.RmsAmp, c.MinAmp), Top, Bottom));
-            }
-            glEnd();
-        }
     }
-    UseColor(Blend(*pWaveColor, kWhite, 0.8f, 1.0f));
+    if (look.Rms.A > 0.0f)
+    {
+        UseColor(look.Rms);
+        glBegin(GL_LINES);
+        for (size_t i = 0; i < count; ++i)
+        {
+            const TraceColumn& c = columns[i];
+            glVertex2d(xs[i], AmpY(std::min(c.RmsAmp, c.MaxAmp), Top, Bottom));
+            glVertex2d(xs[i], AmpY(std::max(-c.RmsAmp, c.MinAmp), Top, Bottom));
+        }
+        glEnd();
+    }
+    UseColor(look.Edge);
     for (const bool bUpper : {true, false})
     {
         glBegin(GL_LINE_STRIP);
@@ -840,7 +925,14 @@ void GLWaveEdit::RenderLaneColumns(int Trace, double Top, double Bottom) const
             glVertex2d(xs[i], AmpY(bUpper ? columns[i].MaxAmp : columns[i].MinAmp, Top, Bottom));
         glEnd();
     }
+    RenderClipCaps(Trace, xs, Top, Bottom);
+}
 
+// Red caps over columns that reach full scale.
+void GLWaveEdit::RenderClipCaps(int Trace, const std::vector<double>& Xs, double Top, double Bottom) const
+{
+    const size_t count = CachedRenderSamples.size();
+    const TraceColumn* columns = CachedTraceColumns.data() + static_cast<size_t>(Trace) * count;
     const double halfColumn = std::max((PlotX2 - PlotX1) / std::max<double>(count, 1.0) * 0.5, PixelX());
     UseColor(kClipColor);
     glBegin(GL_QUADS);
@@ -851,10 +943,10 @@ void GLWaveEdit::RenderLaneColumns(int Trace, double Top, double Bottom) const
                 continue;
             const double edge = bHigh ? Top - PixelY() : Bottom + PixelY();
             const double inner = edge + (bHigh ? -4.0 : 4.0) * PixelY();
-            glVertex2d(xs[i] - halfColumn, edge);
-            glVertex2d(xs[i] + halfColumn, edge);
-            glVertex2d(xs[i] + halfColumn, inner);
-            glVertex2d(xs[i] - halfColumn, inner);
+            glVertex2d(Xs[i] - halfColumn, edge);
+            glVertex2d(Xs[i] + halfColumn, edge);
+            glVertex2d(Xs[i] + halfColumn, inner);
+            glVertex2d(Xs[i] - halfColumn, inner);
         }
     glEnd();
 }
@@ -929,11 +1021,17 @@ void GLWaveEdit::RenderWaveform()
         const double halfHeight = AmpY(1.0 / zoom, top, bottom) - zero;
         RenderLevelLines(*this, AmplitudeTicks(bAmplitudeDb, zoom, halfHeight / PixelY(), TextSizePx()), PlotX1,
                          PlotX2, zero, halfHeight, zoom);
-        const int trace = lanes > 1 ? lane : CachedTraceCount - 1;
+    }
+    const bool bShaded = !bSamples && RenderColumnsByShader(lanes);
+    for (int lane = 0; lane < lanes; ++lane)
+    {
+        double top = 0.0;
+        double bottom = 0.0;
+        LaneBounds(lane, top, bottom);
         if (bSamples)
-            RenderLaneSamples(trace, top, bottom);
-        else
-            RenderLaneColumns(trace, top, bottom);
+            RenderLaneSamples(TraceOfLane(lane), top, bottom);
+        else if (!bShaded)
+            RenderLaneColumns(TraceOfLane(lane), top, bottom);
         if (lane > 0)
         {
             UseColor(*pAxisColor);

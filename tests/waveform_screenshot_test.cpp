@@ -1,7 +1,7 @@
 // The drawn waveform, checked by pixel colour in a screenshot of the desktop
 // program under Xvfb: two channel lanes, each with its amplitude scale, red
 // caps exactly over the stretch that clips, and the selection tinted across
-// both lanes.
+// both lanes; and the same waveform whether a shader or lines draw it.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -75,6 +75,19 @@ int CountIn(const Image& Picture, int X1, int Y1, int X2, int Y2, const std::fun
             count += Test(Picture.At(x, y)) ? 1 : 0;
     return count;
 }
+// The program on Audio under Xvfb, with Options, its screenshot read back;
+// Environment goes before the command (VAR=value ...).
+bool TakeScreenshot(const std::string& Audio, const std::string& Options, const std::string& Environment,
+                    const std::string& Name, Image& Out)
+{
+    const std::string shot = ScratchPath(Name + ".png");
+    std::remove(shot.c_str());
+    const std::string command = Environment + " " + GLWE_XVFB_RUN_PATH + " -a -s '-screen 0 1280x800x24' " +
+                                GLWE_APP_PATH + " '" + Audio + "' " + Options + " --screenshot '" + shot + "' > '" +
+                                ScratchPath(Name + ".log") + "' 2>&1";
+    EXPECT_EQ(std::system(command.c_str()), 0) << command;
+    return ReadImage(shot, Out);
+}
 }  // namespace
 
 TEST(WaveformScreenshot, ShowsLanesScalesClipCapsAndTheSelection)
@@ -86,14 +99,8 @@ TEST(WaveformScreenshot, ShowsLanesScalesClipCapsAndTheSelection)
         "-f lavfi -i \"aevalsrc=exprs='if(lt(t,2),1.2*(2*gte(sin(2*PI*3*t),0)-1),0.5*sin(2*PI*3*t))|"
         "0.1*sin(2*PI*440*t)':s=48000:d=4\" -c:a pcm_f32le");
     ASSERT_FALSE(audio.empty());
-    const std::string shot = ScratchPath("clip_lanes.png");
-    std::remove(shot.c_str());
-    const std::string command = std::string(GLWE_XVFB_RUN_PATH) + " -a -s '-screen 0 1280x800x24' " +
-                                GLWE_APP_PATH + " '" + audio + "' --select 3.0 3.5 --screenshot '" + shot +
-                                "' > '" + ScratchPath("clip_lanes.log") + "' 2>&1";
-    ASSERT_EQ(std::system(command.c_str()), 0) << command;
     Image picture;
-    ASSERT_TRUE(ReadImage(shot, picture));
+    ASSERT_TRUE(TakeScreenshot(audio, "--select 3.0 3.5", "", "clip_lanes", picture));
 
     // The plot: the bounding box of its empty background.
     int plotX1 = picture.Width, plotX2 = -1, plotY1 = picture.Height, plotY2 = -1;
@@ -141,4 +148,36 @@ TEST(WaveformScreenshot, ShowsLanesScalesClipCapsAndTheSelection)
         const Rgb outside = picture.At(xAt(2.75), top);
         EXPECT_GT(inside.R - outside.R, 10) << "row " << top;
     }
+}
+
+// The columns are drawn by a fragment shader where GL has one, and as lines
+// where it has not (GLWE_WAVEFORM_LINES=1 asks for lines). Both must show the
+// same waveform: only pixels along edges may differ, and some must, or the
+// two screenshots did not come from two ways of drawing.
+TEST(WaveformScreenshot, LooksTheSameDrawnByTheShaderOrAsLines)
+{
+    const std::string audio = MakeFfmpegFixture(
+        "shader_lines.wav", "-f lavfi -i \"aevalsrc=exprs='0.7*sin(2*PI*3*t)*sin(2*PI*440*t)|"
+                            "0.5*(random(0)*2-1)*abs(sin(PI*t/4))':s=48000:d=4\" -c:a pcm_f32le");
+    ASSERT_FALSE(audio.empty());
+    Image shaded;
+    Image lines;
+    ASSERT_TRUE(TakeScreenshot(audio, "", "", "shader_lines_shaded", shaded));
+    ASSERT_TRUE(TakeScreenshot(audio, "", "GLWE_WAVEFORM_LINES=1", "shader_lines_lines", lines));
+    ASSERT_EQ(shaded.Width, lines.Width);
+    ASSERT_EQ(shaded.Height, lines.Height);
+
+    int waveform = 0;
+    int differing = 0;
+    for (int y = 0; y < shaded.Height; ++y)
+        for (int x = 0; x < shaded.Width; ++x)
+        {
+            const Rgb a = shaded.At(x, y);
+            const Rgb b = lines.At(x, y);
+            waveform += (a.B > 150 && a.B > a.R + 60) ? 1 : 0;
+            differing += Near(a, b, 40) ? 0 : 1;
+        }
+    EXPECT_GT(waveform, 50000) << "the shaded picture shows a waveform";
+    EXPECT_GT(differing, 0) << "both pictures drawn the same way";
+    EXPECT_LT(differing, waveform / 25) << "pixels differing by more than a shade";
 }
