@@ -473,6 +473,21 @@ private:
     double NiceTimeStep(double RoughStepSec) const;
     std::string FormatTimeLabel(double TimeSec) const;
 
+    // The render columns of a tab not shown, and what they were made from.
+    struct StashedColumns
+    {
+        bool bHeld = false;
+        double StartSec = 0.0;
+        double EndSec = 0.0;
+        int Count = 0;
+        double WidthPx = 0.0;
+        uint64_t Revision = 0;
+        int Rate = 0;
+        int TraceCount = 0;
+        std::vector<WaveSample> Samples;
+        std::vector<TraceColumn> Columns;
+    };
+
     // A waveform summary per document, keyed by its id and kept current by
     // NoteFramesChanged; dropped lazily once its tab is gone.
     struct DocumentSummary
@@ -484,6 +499,7 @@ private:
         bool bPending = false;      // a change waits to be folded in
         int64_t PendingFirst = 0;   // first changed frame
         int64_t PendingEnd = 0;     // end of the change; < 0: to the end
+        StashedColumns Stash;       // its columns while another tab is shown
     };
     std::vector<DocumentSummary> Summaries;
     uint64_t CachedSummaryId = 0;        // summary the columns were made from
@@ -502,6 +518,8 @@ private:
     bool LodProviderColumns(int ColumnCount);
     bool RangeColumns(int ColumnCount);
     bool RefreshRenderColumns(int ColumnCount, double WidthPx);
+    void StashColumns();
+    bool TakeStashedColumns(DocumentSummary& Entry, int ColumnCount, double WidthPx);
 
     std::string FormatAxisTime(double TimeSec, double StepSec) const;
     double AxisTimeStep() const;

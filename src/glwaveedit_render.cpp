@@ -349,6 +349,47 @@ bool GLWaveEdit::RangeColumns(int ColumnCount)
     return !CachedRenderSamples.empty();
 }
 
+// The columns of the tab being left go with its summary, for the switch back.
+void GLWaveEdit::StashColumns()
+{
+    DocumentSummary* left = CachedSummaryId != 0 ? FindSummary(CachedSummaryId) : nullptr;
+    if (!left || CachedSummaryRevision != left->Revision)
+        return;
+    StashedColumns& stash = left->Stash;
+    stash.StartSec = CachedRenderStartSec;
+    stash.EndSec = CachedRenderEndSec;
+    stash.Count = CachedRenderSampleCount;
+    stash.WidthPx = CachedRenderWidthPx;
+    stash.Revision = CachedSummaryRevision;
+    stash.Rate = CachedRenderRate;
+    stash.TraceCount = CachedTraceCount;
+    stash.Samples.swap(CachedRenderSamples);
+    stash.Columns.swap(CachedTraceColumns);
+    stash.bHeld = true;
+}
+
+// The tab's own columns back, when nothing they were made from has changed.
+bool GLWaveEdit::TakeStashedColumns(DocumentSummary& Entry, int ColumnCount, double WidthPx)
+{
+    StashedColumns& stash = Entry.Stash;
+    if (!stash.bHeld || stash.StartSec != ViewStartSec || stash.EndSec != ViewEndSec || stash.Count != ColumnCount ||
+        stash.WidthPx != WidthPx || stash.Revision != Entry.Revision || stash.Rate != PcmSampleRate)
+        return false;
+    CachedRenderSamples.swap(stash.Samples);
+    CachedTraceColumns.swap(stash.Columns);
+    CachedTraceCount = stash.TraceCount;
+    stash.bHeld = false;
+    CachedRenderStartSec = ViewStartSec;
+    CachedRenderEndSec = ViewEndSec;
+    CachedRenderSampleCount = ColumnCount;
+    CachedRenderWidthPx = WidthPx;
+    CachedSummaryId = Entry.DocumentId;
+    CachedSummaryRevision = Entry.Revision;
+    CachedRenderRate = PcmSampleRate;
+    bRenderSamplesValid = true;
+    return true;
+}
+
 // Columns for the visible span, reused while the view, the column count and
 // the summary's revision are unchanged. The summary itself follows edits and
 // survives selection changes and tab switches, so a new view costs only a
@@ -358,7 +399,7 @@ bool GLWaveEdit::RefreshRenderColumns(int ColumnCount, double WidthPx)
     const int columnCount = std::clamp(ColumnCount, 1, kMaxColumns);
     const WaveSummary* summary = CurrentSummary();
     const uint64_t id = ActiveDocumentId();
-    const DocumentSummary* entry = summary ? FindSummary(id) : nullptr;
+    DocumentSummary* entry = summary ? FindSummary(id) : nullptr;
     const uint64_t revision = entry ? entry->Revision : 0;
     // A host still loading changes its answers without telling the editor.
     const bool hostLoading = IsPreloadingProvider && IsPreloadingProvider();
@@ -374,6 +415,11 @@ bool GLWaveEdit::RefreshRenderColumns(int ColumnCount, double WidthPx)
         bRenderSamplesValid = true;
         return !CachedRenderSamples.empty();
     }
+
+    if (CachedSummaryId != id)
+        StashColumns();
+    if (entry && TakeStashedColumns(*entry, columnCount, WidthPx) && !hostLoading)
+        return !CachedRenderSamples.empty();
 
     // Sources in the order of the span query's chain, the cheapest way to each.
     if (!(summary && PcmColumns(columnCount, *summary)))

@@ -67,6 +67,7 @@ private:
     size_t Stride() const { return static_cast<size_t>(Traces()) * 3; }
     void ShapeLevels();
     void ComputeFineBlocks(const float* Frames, int64_t FirstBlock, int64_t EndBlock);
+    void ComputeFineBlockRange(const float* Frames, int64_t FirstBlock, int64_t EndBlock);
     void FoldCoarseBlocks(int LevelIndex, int64_t FirstBlock, int64_t EndBlock);
     void FoldLevel(int LevelIndex, const float* FrameData, int64_t First, int64_t Last, Stats* Out) const;
     void FoldSingleFrames(const float* FrameData, int64_t First, int64_t Last, Stats* Out) const;

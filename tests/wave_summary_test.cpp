@@ -154,6 +154,23 @@ TEST(WaveSummary, FollowsInPlaceChangesInsertionsAndRemovalsAtEveryLevel)
     }
 }
 
+// Long runs are shared out between threads: every block must still be
+// computed once, with no gap or overlap where the shares meet.
+TEST(WaveSummary, ComputesALongRunSharedBetweenThreadsLikeAShortOne)
+{
+    std::mt19937 random(7);
+    const int64_t frameCount = 9001 * WaveSummary::kFramesPerFineBlock + 77;
+    std::vector<float> frames = NoisyFrames(random, frameCount, 2);
+    WaveSummary summary;
+    summary.Build(frames.data(), frameCount, 2);
+    ExpectMatchesScan(summary, frames, 2, random, 10);
+    const int64_t first = 1234567;
+    for (int64_t s = first * 2; s < frameCount * 2; ++s)
+        frames[static_cast<size_t>(s)] *= -0.5f;
+    summary.Update(frames.data(), frameCount, 2, first, frameCount);
+    ExpectMatchesScan(summary, frames, 2, random, 10);
+}
+
 namespace
 {
 // The active tab's summary, brought current the way a frame brings it, and
@@ -171,7 +188,29 @@ const WaveSummary* ActiveSummary(GLWaveEdit& Editor, uint64_t* OutRevision = nul
     return nullptr;
 }
 
-// Column by column against the span query, over a random view.
+// Column by column against the span query, over the view as it is.
+void ExpectColumnsMatchSpanQuery(GLWaveEdit& Editor, int Count)
+{
+    ASSERT_TRUE(Access::RefreshRenderColumns(Editor, Count, Count));
+    const auto& columns = Access::CachedRenderSamples(Editor);
+    ASSERT_EQ(columns.size(), static_cast<size_t>(Count));
+    const double start = Editor.ViewStartSec;
+    const double span = Editor.ViewEndSec - start;
+    for (int i = 0; i < Count; ++i)
+    {
+        double minAmp = 0.0;
+        double maxAmp = 0.0;
+        // Column i spans the i-th Count-th of the view, computed as a fraction
+        // first: where its ends fall on whole frames, another rounding moves
+        // them by a frame.
+        Access::ExternalRangeForSpan(Editor, start + (static_cast<double>(i) / Count) * span,
+                                     start + (static_cast<double>(i + 1) / Count) * span, minAmp, maxAmp);
+        EXPECT_EQ(columns[i].MinAmp, minAmp) << "column " << i;
+        EXPECT_EQ(columns[i].MaxAmp, maxAmp) << "column " << i;
+    }
+}
+
+// The same over a random view.
 void ExpectColumnsMatchSpanQuery(GLWaveEdit& Editor, std::mt19937& Random)
 {
     std::uniform_real_distribution<double> at(0.0, Editor.DurationSec);
@@ -181,18 +220,7 @@ void ExpectColumnsMatchSpanQuery(GLWaveEdit& Editor, std::mt19937& Random)
         std::swap(start, end);
     Editor.ViewStartSec = start;
     Editor.ViewEndSec = end + 1e-3;
-    ASSERT_TRUE(Access::RefreshRenderColumns(Editor, 97, 97.0));
-    const auto& columns = Access::CachedRenderSamples(Editor);
-    ASSERT_EQ(columns.size(), 97u);
-    for (int i = 0; i < 97; ++i)
-    {
-        const double span = Editor.ViewEndSec - Editor.ViewStartSec;
-        double minAmp = 0.0;
-        double maxAmp = 0.0;
-        Access::ExternalRangeForSpan(Editor, start + span * i / 97, start + span * (i + 1) / 97, minAmp, maxAmp);
-        EXPECT_EQ(columns[i].MinAmp, minAmp) << "column " << i;
-        EXPECT_EQ(columns[i].MaxAmp, maxAmp) << "column " << i;
-    }
+    ExpectColumnsMatchSpanQuery(Editor, 97);
 }
 }  // namespace
 
@@ -230,10 +258,15 @@ TEST(EditorSummary, FollowsRandomEditsAndSurvivesSelectionChangesAndTabSwitches)
             uint64_t before = 0;
             ActiveSummary(editor, &before);
             editor.ActivateDocument(other);
+            ActiveSummary(editor);  // a frame of the other tab
             editor.ActivateDocument(1 - other);
             uint64_t after = 0;
-            ActiveSummary(editor, &after);
+            const WaveSummary* back = ActiveSummary(editor, &after);
             EXPECT_EQ(after, before);
+            ASSERT_NE(back, nullptr);
+            ExpectMatchesScan(*back, Access::PcmFrames(editor), 2, random, 10);
+            // The columns it left with come back with it, as they were.
+            ExpectColumnsMatchSpanQuery(editor, 300);
         }
         std::uniform_real_distribution<double> at(0.0, editor.DurationSec);
         uint64_t before = 0;
