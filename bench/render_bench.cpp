@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "large_buffer.h"
 #include "sdl_compat.h"
 #include "test_support.h"
 #include "ttf.h"
@@ -58,7 +59,11 @@ struct RenderRig
         Editor.Y1 = 1.0;
         Editor.X2 = 1.0;
         Editor.Y2 = -1.0;
-        std::vector<float> frames(kHourFrames * 2);
+        // Allocated as the program's decoder allocates what it decodes: huge
+        // pages asked for before the first touch.
+        std::vector<float> frames;
+        LargeBuffer::ReserveFloats(frames, kHourFrames * 2);
+        frames.resize(kHourFrames * 2);
         uint32_t state = 12345;
         for (float& x : frames)
         {

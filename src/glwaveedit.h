@@ -514,6 +514,7 @@ private:
     DocumentSummary* FindSummary(uint64_t DocumentId);
     const WaveSummary* CurrentSummary();
     bool PcmColumns(int ColumnCount, const WaveSummary& Summary);
+    void PcmColumnRange(int First, int End, int ColumnCount, const WaveSummary& Summary);
     void TraceColumnsFromSamples();
     bool LodProviderColumns(int ColumnCount);
     bool RangeColumns(int ColumnCount);

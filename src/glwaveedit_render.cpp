@@ -17,6 +17,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <system_error>
+#include <thread>
 
 #include "core.h"
 #include "glgeometry.h"
@@ -257,21 +259,48 @@ static GLWaveEdit::TraceColumn TraceColumnOf(float MinAmp, float MaxAmp, float R
     return column;
 }
 
+// From a view of about 90 s of 48 kHz audio on, the columns are shared out.
+static constexpr double kMinFramesToShareColumns = 4.0 * 1024 * 1024;
+
 // Every column of every trace from the summary; the mix also into
 // CachedRenderSamples, where it equals the span query column by column.
 bool GLWaveEdit::PcmColumns(int ColumnCount, const WaveSummary& Summary)
 {
     CachedRenderSamples.clear();
-    const int64_t frameCount = Summary.FrameCount();
-    if (frameCount == 0)
+    if (Summary.FrameCount() == 0)
         return false;
+    CachedTraceCount = Summary.Traces();
+    CachedTraceColumns.assign(static_cast<size_t>(CachedTraceCount) * ColumnCount, TraceColumn{});
+    CachedRenderSamples.resize(static_cast<size_t>(ColumnCount));
+    // A long view folds dozens of blocks and two ragged ends per column, most
+    // of a moving frame's own work: the second core takes half the columns.
+    const double viewFrames = (ViewEndSec - ViewStartSec) * PcmSampleRate;
+    if (viewFrames >= kMinFramesToShareColumns && ColumnCount >= 2 && std::thread::hardware_concurrency() > 1)
+    {
+        try
+        {
+            std::thread helper([&] { PcmColumnRange(ColumnCount / 2, ColumnCount, ColumnCount, Summary); });
+            PcmColumnRange(0, ColumnCount / 2, ColumnCount, Summary);
+            helper.join();
+            return true;
+        }
+        catch (const std::system_error&)
+        {
+            // No thread to be had: the calling thread does them all.
+        }
+    }
+    PcmColumnRange(0, ColumnCount, ColumnCount, Summary);
+    return true;
+}
+
+// Columns First .. End of ColumnCount; each writes only its own entries.
+void GLWaveEdit::PcmColumnRange(int First, int End, int ColumnCount, const WaveSummary& Summary)
+{
+    const int64_t frameCount = Summary.FrameCount();
     const int traces = Summary.Traces();
-    CachedTraceCount = traces;
-    CachedTraceColumns.assign(static_cast<size_t>(traces) * ColumnCount, TraceColumn{});
     std::vector<WaveSummary::Stats> stats(static_cast<size_t>(traces));
     const double spanSec = std::max(ViewEndSec - ViewStartSec, 1e-9);
-    CachedRenderSamples.reserve(static_cast<size_t>(ColumnCount));
-    for (int i = 0; i < ColumnCount; ++i)
+    for (int i = First; i < End; ++i)
     {
         double t0 = 0.0;
         double t1 = 0.0;
@@ -299,10 +328,9 @@ bool GLWaveEdit::PcmColumns(int ColumnCount, const WaveSummary& Summary)
             CachedTraceColumns[static_cast<size_t>(t) * ColumnCount + i] = column;
         }
         const WaveSummary::Stats& mix = stats[static_cast<size_t>(Summary.MixTrace())];
-        CachedRenderSamples.push_back(WaveSample{t0 + (t1 - t0) * 0.5, std::clamp(double(mix.MinAmp), -1.0, 1.0),
-                                                 std::clamp(double(mix.MaxAmp), -1.0, 1.0)});
+        CachedRenderSamples[static_cast<size_t>(i)] = WaveSample{
+            t0 + (t1 - t0) * 0.5, std::clamp(double(mix.MinAmp), -1.0, 1.0), std::clamp(double(mix.MaxAmp), -1.0, 1.0)};
     }
-    return true;
 }
 
 // One trace, without RMS, for the sources that give min and max alone.

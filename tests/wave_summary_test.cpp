@@ -301,3 +301,15 @@ TEST(EditorSummary, FollowsRandomEditsAndSurvivesSelectionChangesAndTabSwitches)
     ActiveSummary(editor);
     EXPECT_EQ(Access::Summaries(editor).size(), 1u);
 }
+
+// A view of more than about 90 s shares its columns out between two threads;
+// they must still meet where the halves meet.
+TEST(EditorSummary, ColumnsOfALongViewMatchTheSpanQueryAcrossTheSharedHalves)
+{
+    std::mt19937 random(99);
+    GLWaveEdit editor;
+    editor.AdoptDecodedDocument("long.wav", NoisyFrames(random, 100 * 48000, 2));
+    editor.ViewStartSec = 0.0;
+    editor.ViewEndSec = editor.DurationSec;
+    ExpectColumnsMatchSpanQuery(editor, 1263);
+}
