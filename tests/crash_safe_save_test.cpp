@@ -264,12 +264,18 @@ TEST(CrashSafeSave, AKilledSaveLeavesTheOldFileOrTheNewOneAndNothingElse)
     {
         const std::string folder = FreshFolder(std::string("kill_") + mode.Name);
         const std::string target = folder + "/take.flac";
-        // What a complete save writes, and how long it takes here.
+        // What a complete save writes, and how long it takes here: the least
+        // of three, since one slowed by a neighbour's load would spread the
+        // kills past the end of most saves.
         EncodeOptions options;
         options.bNamedTemporaryOnly = mode.bNamedOnly;
-        const Clock::time_point start = Clock::now();
-        ASSERT_TRUE(Save(target, samples, options, nullptr));
-        const auto saveTime = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
+        auto saveTime = std::chrono::microseconds::max();
+        for (int i = 0; i < 3; ++i)
+        {
+            const Clock::time_point start = Clock::now();
+            ASSERT_TRUE(Save(target, samples, options, nullptr));
+            saveTime = std::min(saveTime, std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start));
+        }
         const std::string newBytes = ReadFileBytes(target);
 
         // Kills spread over the save and a little past its end (5/4 of it).
