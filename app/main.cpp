@@ -272,8 +272,7 @@ void ConnectEditor(Program& App, GLWaveEdit& Editor, PointerInput& Pointer)
     };
     Editor.bChannelLanes = App.Settings.bChannelLanes;
     Editor.bAmplitudeDb = App.Settings.bAmplitudeDb;
-    // GLWE_WAVEFORM_LINES=1 draws the columns as lines, for a driver whose GLSL misbehaves.
-    const char* lines = std::getenv("GLWE_WAVEFORM_LINES");
+    const char* lines = std::getenv("GLWE_WAVEFORM_LINES");  // "1": columns as lines, for a GLSL that misbehaves
     Editor.bColumnShader = !(lines && std::string(lines) == "1");
     Editor.CloseRequestProvider = [&App, &Pointer](int Index) {
         Pointer.ForgetPresses();
