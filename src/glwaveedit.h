@@ -537,7 +537,8 @@ private:
     std::vector<double> ColumnXs() const;
     WaveColumnShader::Look ColumnLook(int Trace) const;
     bool RenderColumnsByShader(int Lanes);
-    void RenderLaneColumns(int Trace, double Top, double Bottom) const;
+    void LaneExtents(int Lane, WaveColumnShader::Column* Out) const;
+    void RenderLaneColumns(int Lane) const;
     void RenderClipCaps(int Trace, const std::vector<double>& Xs, double Top, double Bottom) const;
     void RenderLaneSamples(int Trace, double Top, double Bottom) const;
     void RenderAmplitudeScale(int Lane, double Top, double Bottom) const;

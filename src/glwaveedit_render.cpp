@@ -16,7 +16,6 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <functional>
 #include <system_error>
 #include <thread>
 
@@ -446,7 +445,7 @@ bool GLWaveEdit::RefreshRenderColumns(int ColumnCount, double WidthPx)
 
     if (CachedSummaryId != id)
         StashColumns();
-    if (entry && TakeStashedColumns(*entry, columnCount, WidthPx) && !hostLoading)
+    if (!hostLoading && entry && TakeStashedColumns(*entry, columnCount, WidthPx))
         return !CachedRenderSamples.empty();
 
     // Sources in the order of the span query's chain, the cheapest way to each.
@@ -908,18 +907,27 @@ WaveColumnShader::Look GLWaveEdit::ColumnLook(int Trace) const
     return look;
 }
 
-static WaveColumnShader::Column ColumnExtent(const GLWaveEdit::TraceColumn& Column,
-                                             const std::function<double(double)>& Y)
+// Each column's extent in the lane's y: max, min and the RMS band inside them.
+void GLWaveEdit::LaneExtents(int Lane, WaveColumnShader::Column* Out) const
 {
-    WaveColumnShader::Column extent;
-    extent.MaxY = static_cast<float>(Y(Column.MaxAmp));
-    extent.MinY = static_cast<float>(Y(Column.MinAmp));
-    if (Column.RmsAmp >= 0.0f)
+    double top = 0.0;
+    double bottom = 0.0;
+    LaneBounds(Lane, top, bottom);
+    const size_t count = CachedRenderSamples.size();
+    const TraceColumn* columns = CachedTraceColumns.data() + static_cast<size_t>(TraceOfLane(Lane)) * count;
+    for (size_t i = 0; i < count; ++i)
     {
-        extent.RmsTopY = static_cast<float>(Y(std::min(Column.RmsAmp, Column.MaxAmp)));
-        extent.RmsBottomY = static_cast<float>(Y(std::max(-Column.RmsAmp, Column.MinAmp)));
+        const TraceColumn& c = columns[i];
+        WaveColumnShader::Column& extent = Out[i];
+        extent = WaveColumnShader::Column{};
+        extent.MaxY = static_cast<float>(AmpY(c.MaxAmp, top, bottom));
+        extent.MinY = static_cast<float>(AmpY(c.MinAmp, top, bottom));
+        if (c.RmsAmp >= 0.0f)
+        {
+            extent.RmsTopY = static_cast<float>(AmpY(std::min(c.RmsAmp, c.MaxAmp), top, bottom));
+            extent.RmsBottomY = static_cast<float>(AmpY(std::max(-c.RmsAmp, c.MinAmp), top, bottom));
+        }
     }
-    return extent;
 }
 
 // Every lane's columns in one texture, then a quad per lane; the clip caps
@@ -935,15 +943,7 @@ bool GLWaveEdit::RenderColumnsByShader(int Lanes)
     const size_t count = CachedRenderSamples.size();
     ShaderColumns.resize(count * static_cast<size_t>(Lanes));
     for (int lane = 0; lane < Lanes; ++lane)
-    {
-        double top = 0.0;
-        double bottom = 0.0;
-        LaneBounds(lane, top, bottom);
-        const auto y = [&](double Amp) { return AmpY(Amp, top, bottom); };
-        const TraceColumn* columns = CachedTraceColumns.data() + static_cast<size_t>(TraceOfLane(lane)) * count;
-        for (size_t i = 0; i < count; ++i)
-            ShaderColumns[static_cast<size_t>(lane) * count + i] = ColumnExtent(columns[i], y);
-    }
+        LaneExtents(lane, ShaderColumns.data() + static_cast<size_t>(lane) * count);
     if (!ColumnShader->SetColumns(ShaderColumns, static_cast<int>(count), Lanes))
         return false;
     const std::vector<double> xs = ColumnXs();
@@ -962,20 +962,21 @@ bool GLWaveEdit::RenderColumnsByShader(int Lanes)
 
 // The same layers as lines: a column is a pixel wide, so each is one vertical
 // line, far fewer pixels to set up than a strip of tall quads.
-void GLWaveEdit::RenderLaneColumns(int Trace, double Top, double Bottom) const
+void GLWaveEdit::RenderLaneColumns(int Lane) const
 {
     const size_t count = CachedRenderSamples.size();
-    const TraceColumn* columns = CachedTraceColumns.data() + static_cast<size_t>(Trace) * count;
+    std::vector<WaveColumnShader::Column> extents(count);
+    LaneExtents(Lane, extents.data());
     const std::vector<double> xs = ColumnXs();
-    const WaveColumnShader::Look look = ColumnLook(Trace);
+    const WaveColumnShader::Look look = ColumnLook(TraceOfLane(Lane));
     if (look.Fill.A > 0.0f)
     {
         UseColor(look.Fill);
         glBegin(GL_LINES);
         for (size_t i = 0; i < count; ++i)
         {
-            glVertex2d(xs[i], AmpY(columns[i].MaxAmp, Top, Bottom) + 0.5 * PixelY());
-            glVertex2d(xs[i], AmpY(columns[i].MinAmp, Top, Bottom) - 0.5 * PixelY());
+            glVertex2d(xs[i], extents[i].MaxY + 0.5 * PixelY());
+            glVertex2d(xs[i], extents[i].MinY - 0.5 * PixelY());
         }
         glEnd();
     }
@@ -985,9 +986,8 @@ void GLWaveEdit::RenderLaneColumns(int Trace, double Top, double Bottom) const
         glBegin(GL_LINES);
         for (size_t i = 0; i < count; ++i)
         {
-            const TraceColumn& c = columns[i];
-            glVertex2d(xs[i], AmpY(std::min(c.RmsAmp, c.MaxAmp), Top, Bottom));
-            glVertex2d(xs[i], AmpY(std::max(-c.RmsAmp, c.MinAmp), Top, Bottom));
+            glVertex2d(xs[i], extents[i].RmsTopY);
+            glVertex2d(xs[i], extents[i].RmsBottomY);
         }
         glEnd();
     }
@@ -996,10 +996,13 @@ void GLWaveEdit::RenderLaneColumns(int Trace, double Top, double Bottom) const
     {
         glBegin(GL_LINE_STRIP);
         for (size_t i = 0; i < count; ++i)
-            glVertex2d(xs[i], AmpY(bUpper ? columns[i].MaxAmp : columns[i].MinAmp, Top, Bottom));
+            glVertex2d(xs[i], bUpper ? extents[i].MaxY : extents[i].MinY);
         glEnd();
     }
-    RenderClipCaps(Trace, xs, Top, Bottom);
+    double top = 0.0;
+    double bottom = 0.0;
+    LaneBounds(Lane, top, bottom);
+    RenderClipCaps(TraceOfLane(Lane), xs, top, bottom);
 }
 
 // Red caps over columns that reach full scale.
@@ -1105,7 +1108,7 @@ void GLWaveEdit::RenderWaveform()
         if (bSamples)
             RenderLaneSamples(TraceOfLane(lane), top, bottom);
         else if (!bShaded)
-            RenderLaneColumns(TraceOfLane(lane), top, bottom);
+            RenderLaneColumns(lane);
         if (lane > 0)
         {
             UseColor(*pAxisColor);

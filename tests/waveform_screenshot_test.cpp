@@ -85,8 +85,9 @@ bool TakeScreenshot(const std::string& Audio, const std::string& Options, const 
     const std::string command = Environment + " " + GLWE_XVFB_RUN_PATH + " -a -s '-screen 0 1280x800x24' " +
                                 GLWE_APP_PATH + " '" + Audio + "' " + Options + " --screenshot '" + shot + "' > '" +
                                 ScratchPath(Name + ".log") + "' 2>&1";
-    EXPECT_EQ(std::system(command.c_str()), 0) << command;
-    return ReadImage(shot, Out);
+    const int status = std::system(command.c_str());
+    EXPECT_EQ(status, 0) << command;
+    return status == 0 && ReadImage(shot, Out);
 }
 }  // namespace
 
