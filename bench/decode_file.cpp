@@ -1,6 +1,6 @@
 // Decodes audio files with the program's decoder and prints what came out,
 // for timing the decoder alone beside the ffmpeg program.
-// Usage: decode_file [--threads N] FILE...
+// Usage: decode_file [--threads N] [--no-halves] FILE...
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -20,6 +20,11 @@ int main(int ArgumentCount, char** Arguments)
             control.Threads = std::atoi(Arguments[++i]);
             continue;
         }
+        if (std::strcmp(Arguments[i], "--no-halves") == 0)
+        {
+            control.HalvesFromSec = 1e300;
+            continue;
+        }
         DecodedAudio audio;
         std::string error;
         const auto started = std::chrono::steady_clock::now();
@@ -32,8 +37,11 @@ int main(int ArgumentCount, char** Arguments)
             continue;
         }
         // 48000 frames of 2 floats per second.
-        std::printf("%s: %s, %.3f s of audio in %.3f s\n", Arguments[i], audio.CodecName.c_str(),
+        std::printf("%s: %s, %.3f s of audio in %.3f s", Arguments[i], audio.CodecName.c_str(),
                     static_cast<double>(audio.Frames.size() / 2) / 48000.0, elapsed.count());
+        if (audio.SecondHalfFromFrame > 0)
+            std::printf(", halves joined at %.3f s", static_cast<double>(audio.SecondHalfFromFrame) / 48000.0);
+        std::printf("\n");
     }
     return status;
 }

@@ -9,7 +9,8 @@
 namespace GLWaveEditFuzz
 {
 // The bytes as a file opened through SetExternalPeakWaveform (the editor's
-// own decode), then a few passes and queries over whatever it made.
+// own decode), then a few passes and queries over whatever it made; then
+// through the program's decoder, whole and in halves, which must agree.
 void ImportOnce(const uint8_t* Data, size_t Size);
 
 // The bytes parsed as JSON (unparsable input is skipped) and restored through

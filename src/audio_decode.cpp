@@ -10,6 +10,7 @@
 //   Conversion    one swr_convert per decoded frame, as the editor does
 //   Frame queue   decoded frames from the demux/decode thread to the resampler
 //   Decoding      the packet loop, on one thread or as a two-stage pipeline
+//   Halves        a long file's two halves decoded at once, joined exactly
 //   Entry point
 //
 // The frames must equal the editor's own import sample for sample, so the
@@ -26,13 +27,16 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cmath>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <mutex>
 #include <new>
+#include <numeric>
 #include <thread>
 
 extern "C" {
@@ -184,28 +188,50 @@ private:
 
 // What FFmpeg's callbacks reach through their opaque pointer. The read side
 // runs on the demux thread only.
+// Bytes of the file that each of the two halves of a split decoding has
+// decoded; progress is their sum.
+struct ProgressTally
+{
+    std::atomic<int64_t> Bytes[2] = {};
+};
+
 struct InputState
 {
     LocalFile File;
     int64_t PositionBytes = 0;
     const std::atomic<bool>* pCancel = nullptr;
+    // The second half of a split decoding also stops when the first no
+    // longer wants it.
+    const std::atomic<bool>* pAbandon = nullptr;
     std::atomic<double>* pProgress = nullptr;
     bool bReportProgress = false;  // from the first packet on: probing jumps about
-    double ProgressShown = 0.0;
+    int64_t CountedFromBytes = 0;  // where the part this thread decodes starts
+    ProgressTally* pTally = nullptr;
+    int TallySlot = 0;
     bool bNestedOpenRefused = false;
 
-    bool Cancelled() const { return pCancel && pCancel->load(std::memory_order_relaxed); }
+    bool Cancelled() const
+    {
+        return (pCancel && pCancel->load(std::memory_order_relaxed)) ||
+               (pAbandon && pAbandon->load(std::memory_order_relaxed));
+    }
 
     void ReportProgress()
     {
         if (!bReportProgress || !pProgress || File.SizeBytes <= 0)
             return;
-        const double share = std::min(1.0, static_cast<double>(PositionBytes) / File.SizeBytes);
-        // Never backwards: a demuxer may seek back a little.
-        if (share > ProgressShown)
+        int64_t done = std::max<int64_t>(0, PositionBytes - CountedFromBytes);
+        if (pTally)
         {
-            ProgressShown = share;
-            pProgress->store(share, std::memory_order_relaxed);
+            pTally->Bytes[TallySlot].store(done, std::memory_order_relaxed);
+            done = pTally->Bytes[0].load(std::memory_order_relaxed) + pTally->Bytes[1].load(std::memory_order_relaxed);
+        }
+        const double share = std::min(1.0, static_cast<double>(done) / File.SizeBytes);
+        // Never backwards: a demuxer may seek back a little, and two halves
+        // report in turn.
+        double shown = pProgress->load(std::memory_order_relaxed);
+        while (share > shown && !pProgress->compare_exchange_weak(shown, share, std::memory_order_relaxed))
+        {
         }
     }
 };
@@ -427,10 +453,18 @@ bool AllocateBuffers(DecodeSession& Session, size_t SlotCount, std::string& OutM
     return ok;
 }
 
+// Everything one decoding needs, from the file to the frame slots.
+bool OpenSession(DecodeSession& Session, const std::string& Path, size_t SlotCount, std::string& OutMessage)
+{
+    return Session.Input.File.Open(Path, OutMessage) && OpenDemuxer(Session, Path, OutMessage) &&
+           OpenDecoder(Session, OutMessage) && OpenResampler(Session, OutMessage) &&
+           AllocateBuffers(Session, SlotCount, OutMessage);
+}
+
 // --- Output ---
 
 // Faults the pages of the output buffer, and of a spare buffer beside it, in
-// ahead of the resampler on a thread of its own. Where the first touch of
+// ahead of the resamplers (one, or one per half) on a thread of its own. Where the first touch of
 // fresh memory is slow (about a second per GB on some virtual machines), the
 // kernel's clearing of pages is the largest cost of an open: here it runs
 // beside the decoding instead of in its way. It never goes further than
@@ -441,14 +475,17 @@ class Prefaulter
 public:
     ~Prefaulter() { Stop(); }
 
-    // Adds a reserved buffer to fault in, before Start. An empty region is
-    // left alone.
-    void AddRegion(void* Data, size_t Bytes)
+    static constexpr unsigned kAllWriters = 3;
+
+    // Adds a reserved buffer to fault in, before Start, as far ahead of the
+    // sum of what the Writers (a mask of 1 and 2) have written. An empty
+    // region is left alone.
+    void AddRegion(void* Data, size_t Bytes, unsigned Writers = kAllWriters)
     {
         const uintptr_t begin = reinterpret_cast<uintptr_t>(Data);
         const uintptr_t aligned = (begin + kPageBytes - 1) & ~(kPageBytes - 1);
         if (Data && aligned < begin + Bytes)
-            Regions.push_back({reinterpret_cast<char*>(aligned), begin + Bytes - aligned, 0});
+            Regions.push_back({reinterpret_cast<char*>(aligned), begin + Bytes - aligned, 0, Writers});
     }
 
     void Start()
@@ -461,8 +498,8 @@ public:
     // regions are gone, and the rest is left to the writes themselves.
     void Forget() { Stop(); }
 
-    // Bytes of output written so far; set by the resampler.
-    void SetWritten(size_t Bytes) { WrittenBytes.store(Bytes, std::memory_order_relaxed); }
+    // Bytes of output written so far by one resampler (0 or 1).
+    void SetWritten(int Writer, size_t Bytes) { WrittenBytes[Writer].store(Bytes, std::memory_order_relaxed); }
 
     void Stop()
     {
@@ -481,6 +518,7 @@ private:
         char* Begin;
         size_t EndBytes;
         size_t DoneBytes;
+        unsigned Writers;
     };
 
     // Steps through the regions in turn, each up to the same distance past
@@ -503,8 +541,11 @@ private:
     bool StepInto(Region& R)
     {
         // Whole pages only: madvise refuses a start that is not on a page.
-        const size_t limit =
-            std::min(R.EndBytes, WrittenBytes.load(std::memory_order_relaxed) + kPrefaultAheadBytes) & ~(kPageBytes - 1);
+        size_t written = 0;
+        for (int writer = 0; writer < 2; ++writer)
+            if (R.Writers & (1u << writer))
+                written += WrittenBytes[writer].load(std::memory_order_relaxed);
+        const size_t limit = std::min(R.EndBytes, written + kPrefaultAheadBytes) & ~(kPageBytes - 1);
         if (R.DoneBytes >= limit)
             return false;
         const size_t bytes = std::min(kPrefaultStepBytes, limit - R.DoneBytes);
@@ -520,7 +561,7 @@ private:
     static constexpr uintptr_t kPageBytes = 4096;
     static constexpr std::chrono::milliseconds kNap{2};
     std::vector<Region> Regions;
-    std::atomic<size_t> WrittenBytes{0};
+    std::atomic<size_t> WrittenBytes[2] = {};
     std::mutex Lock;
     std::condition_variable Wake;
     bool bStopping = false;
@@ -554,47 +595,54 @@ void ReserveSpare(std::vector<float>& Spare, size_t Floats)
 class Converter
 {
 public:
-    Converter(DecodeSession& Session, std::vector<float>& Frames, Prefaulter& Faults, uint64_t MaxDecodedBytes)
+    // Writer: which of the two halves this is (0 for a whole decoding).
+    // FirstFloat: where Frames[0] sits in the whole output, which the size
+    // bound counts from.
+    Converter(DecodeSession& Session, std::vector<float>& Frames, Prefaulter& Faults, uint64_t MaxDecodedBytes,
+              int Writer = 0, size_t FirstFloat = 0)
         : Swr(Session.Swr),
           InputFormat(Session.Codec->sample_fmt),
           InputChannels(Session.Codec->ch_layout.nb_channels),
           Frames(Frames),
           Faults(Faults),
           MaxFloats(MaxDecodedBytes / sizeof(float)),
-          MaxDecodedBytes(MaxDecodedBytes)
+          MaxDecodedBytes(MaxDecodedBytes),
+          Writer(Writer),
+          FirstFloat(FirstFloat)
     {
     }
 
-    // One decoded frame. CodecRate is the decoder's rate when the frame came
-    // out, which the editor sizes the output room by. False ends the decoding,
-    // with a message in Failed when it is an error.
-    bool Convert(const AVFrame* Frame, int CodecRate, Failure& Failed)
+    // One decoded frame, from its sample FromSample on. CodecRate is the
+    // decoder's rate when the frame came out, which the editor sizes the
+    // output room by. False ends the decoding, with a message in Failed when
+    // it is an error.
+    bool Convert(const AVFrame* Frame, int CodecRate, Failure& Failed, int FromSample = 0)
     {
         // The editor's import would read planes the frame does not have; a
         // stream that changes its format midway ends there instead.
         if (Frame->format != InputFormat || (InputChannels > 0 && Frame->ch_layout.nb_channels != InputChannels))
             return false;
+        const int samples = Frame->nb_samples - FromSample;
         const int rate = std::max(CodecRate, 1);
         const int64_t delay = swr_get_delay(Swr, rate);
-        const int64_t wanted =
-            std::max<int64_t>(1, av_rescale_rnd(delay + Frame->nb_samples, kOutRate, rate, AV_ROUND_UP));
+        const int64_t wanted = std::max<int64_t>(1, av_rescale_rnd(delay + samples, kOutRate, rate, AV_ROUND_UP));
         // One frame of room beyond the bound tells "more than allowed" from "all
         // of it" without changing what the resampler does below the bound.
-        const int64_t allowed = static_cast<int64_t>((MaxFloats - std::min(MaxFloats, Written)) / kOutChannels) + 1;
+        const size_t whole = FirstFloat + Written;
+        const int64_t allowed = static_cast<int64_t>((MaxFloats - std::min(MaxFloats, whole)) / kOutChannels) + 1;
         const int room = static_cast<int>(std::min({wanted, allowed, int64_t(INT32_MAX / kOutChannels)}));
         if (!EnsureRoom(Written + static_cast<size_t>(room) * kOutChannels, Failed))
             return false;
         uint8_t* outData[1] = {reinterpret_cast<uint8_t*>(Frames.data() + Written)};
-        const int made = swr_convert(Swr, outData, room, const_cast<const uint8_t**>(Frame->extended_data),
-                                     Frame->nb_samples);
+        const int made = swr_convert(Swr, outData, room, InputFrom(Frame, FromSample), samples);
         if (made < 0)
         {
             Failed.Set("Failed while resampling audio: " + FfmpegErrorText(made) + ".");
             return false;
         }
         Written += static_cast<size_t>(made) * kOutChannels;
-        Faults.SetWritten(Written * sizeof(float));
-        if (Written > MaxFloats)
+        Faults.SetWritten(Writer, Written * sizeof(float));
+        if (FirstFloat + Written > MaxFloats)
         {
             Failed.Set("The audio is longer than the limit of " + SizeText(MaxDecodedBytes) +
                        " of decoded samples; opening stopped.");
@@ -604,8 +652,27 @@ public:
     }
 
     size_t WrittenFloats() const { return Written; }
+    const std::vector<float>& Output() const { return Frames; }
 
 private:
+    // The frame's planes from sample FromSample on: the frame's own pointers
+    // when that is the first.
+    const uint8_t** InputFrom(const AVFrame* Frame, int FromSample)
+    {
+        auto** planes = const_cast<const uint8_t**>(Frame->extended_data);
+        if (FromSample == 0)
+            return planes;
+        const bool bPlanar = av_sample_fmt_is_planar(static_cast<AVSampleFormat>(Frame->format));
+        const int channels = Frame->ch_layout.nb_channels;
+        const size_t skipBytes =
+            static_cast<size_t>(FromSample) * av_get_bytes_per_sample(static_cast<AVSampleFormat>(Frame->format)) *
+            (bPlanar ? 1 : channels);
+        Planes.assign(planes, planes + (bPlanar ? channels : 1));
+        for (const uint8_t*& plane : Planes)
+            plane += skipBytes;
+        return Planes.data();
+    }
+
     // Makes Frames at least Floats long: zeroed a little at a time, so the
     // zeroes are in cache when overwritten; moved to a larger reservation
     // only when the file is longer than its container said.
@@ -637,7 +704,10 @@ private:
     Prefaulter& Faults;
     const uint64_t MaxFloats;
     const uint64_t MaxDecodedBytes;
+    const int Writer;
+    const size_t FirstFloat;
     size_t Written = 0;
+    std::vector<const uint8_t*> Planes;
 };
 
 // --- Frame queue ---
@@ -738,10 +808,12 @@ private:
 
 // Where decoded frames go: a slot to decode into (null: stop), and the news
 // that it holds a frame (false: stop).
+// Optionally also told of each packet of the stream before it goes in.
 struct FrameSink
 {
     std::function<AVFrame*()> FreeSlot;
     std::function<bool(int CodecRate)> Filled;
+    std::function<void(const AVPacket& Packet)> Next;
 };
 
 // Every frame the decoder has for now, as the editor's import takes them:
@@ -760,17 +832,29 @@ bool ReceiveFrames(DecodeSession& Session, const FrameSink& Sink)
     }
 }
 
-// The packet loop of the editor's import: a read error or a damaged packet
-// ends or skips as it does there. Progress starts with the first packet.
+// One packet through the decoder; a packet of another stream, or one the
+// decoder refuses, is skipped. False: stop.
+bool DecodePacket(DecodeSession& Session, const AVPacket& Packet, const FrameSink& Sink)
+{
+    if (Packet.stream_index != Session.StreamIndex)
+        return true;
+    if (Sink.Next)
+        Sink.Next(Packet);
+    if (avcodec_send_packet(Session.Codec, &Packet) != 0)
+        return true;
+    return ReceiveFrames(Session, Sink);
+}
+
+// The packet loop of the editor's import, from wherever the demuxer is: a
+// read error or a damaged packet ends or skips as it does there. Progress
+// starts with the first packet.
 void DecodePackets(DecodeSession& Session, const FrameSink& Sink)
 {
     Session.Input.bReportProgress = true;
     bool ok = true;
     while (ok && !Session.Input.Cancelled() && av_read_frame(Session.Format, Session.Packet) >= 0)
     {
-        if (Session.Packet->stream_index == Session.StreamIndex &&
-            avcodec_send_packet(Session.Codec, Session.Packet) == 0)
-            ok = ReceiveFrames(Session, Sink);
+        ok = DecodePacket(Session, *Session.Packet, Sink);
         av_packet_unref(Session.Packet);
     }
     if (ok && !Session.Input.Cancelled() && avcodec_send_packet(Session.Codec, nullptr) == 0)
@@ -820,6 +904,364 @@ void DecodeAsPipeline(DecodeSession& Session, Converter& Convert, Failure& Faile
         av_frame_unref(slot);
 }
 
+// --- Halves ---
+//
+// A long file decodes as two halves at once, one per core: the calling
+// thread from the start, a second thread from the middle on. The second half
+// must give the very frames a decoding from the start gives there:
+// - its place in the decoded stream comes from the packets' time stamps,
+//   counted from where the first decoded sample sits (FindOrigin);
+// - it decodes kWarmupPackets packets before the middle and throws their
+//   output away, so that an MP3's bit reservoir, a transform's overlap and
+//   the like are what they would be;
+// - its resampler starts a few packets before the middle, on an input sample
+//   at the start of the resampler's cycle (InputCycle samples in, OutputCycle
+//   frames out), so that every output frame has the phase it has in the whole;
+// - its output is kept from the end of a cycle on: the seam.
+// The first half decodes a little past the seam and checks it: the second
+// half's place for the middle packet must be the count of samples the first
+// decoded before that packet, and the frames after the seam must agree. A
+// file without time stamps, a check that fails, or a second half that fails
+// to start leaves the rest to the first thread, as without halves.
+
+constexpr int kWarmupPackets = 16;
+// The last of the warm-up packets also go through the resampler.
+constexpr int kResamplerLeadPackets = 4;
+constexpr size_t kSeamCheckFrames = 4800;  // 100 ms
+constexpr float kSeamTolerance = 1e-6f;
+// A rate whose cycle is longer than this many samples is decoded whole.
+constexpr int64_t kMaxInputCycle = 4096;
+// A stream that decodes to nothing for this many packets is decoded whole.
+constexpr int kOriginPackets = 64;
+
+// What the second half offers the first, once. The fields are written before
+// the offer is made, and read only after it is seen.
+struct SeamOffer
+{
+    int64_t PacketPts = 0;     // the time stamp of the middle packet
+    int64_t PacketSample = 0;  // where that packet starts in the decoded stream, by the second half's count
+    size_t SeamFrame = 0;      // the first output frame the second half gives
+    std::vector<float> Head;   // kSeamCheckFrames frames from there
+
+    void Offer()
+    {
+        bOffered.store(true, std::memory_order_release);
+        Settle();
+    }
+    bool IsOffered() const { return bOffered.load(std::memory_order_acquire); }
+
+    // The second half has offered, or never will.
+    void Settle()
+    {
+        std::lock_guard<std::mutex> lock(Lock);
+        bSettled = true;
+        Settled.notify_all();
+    }
+    void WaitSettled()
+    {
+        std::unique_lock<std::mutex> lock(Lock);
+        Settled.wait(lock, [this] { return bSettled; });
+    }
+
+private:
+    std::atomic<bool> bOffered{false};
+    std::mutex Lock;
+    std::condition_variable Settled;
+    bool bSettled = false;
+};
+
+struct SecondHalf
+{
+    std::vector<float>* pFrames = nullptr;  // its output: the spare's room, or a buffer of its own
+    size_t FirstFrame = 0;                  // the frame of the whole that (*pFrames)[0] is
+    size_t WrittenFloats = 0;               // set when its thread ends
+    SeamOffer Seam;
+    std::atomic<bool> bAbandoned{false};  // set by the first half: stop, nothing is wanted
+    Failure Failed;
+};
+
+// What the second half is told of the first.
+struct HalfPlan
+{
+    std::string Path;
+    const DecodeControl* pControl = nullptr;
+    ProgressTally* pTally = nullptr;
+    int StreamIndex = -1;
+    int SampleRate = 0;
+    int64_t MiddleSample = 0;
+};
+
+// A packet's time stamp in samples of the decoder's rate; false without one.
+bool PacketSample(const DecodeSession& Session, const AVPacket& Packet, int64_t& OutSample)
+{
+    if (Packet.pts == AV_NOPTS_VALUE)
+        return false;
+    OutSample = av_rescale_q(Packet.pts, Session.Format->streams[Session.StreamIndex]->time_base,
+                             AVRational{1, Session.Codec->sample_rate});
+    return true;
+}
+
+// The sample that time stamps count from: the first packet that decodes to
+// anything starts at its time stamp plus what the decoder trimmed off its
+// front (an MP3's encoder delay, an AAC's priming). Leaves the decoder
+// flushed, the demuxer after that packet.
+bool FindOrigin(DecodeSession& Session, int64_t& OutOrigin)
+{
+    AVFrame* frame = Session.Slots.front();
+    bool bFound = false, bStamped = true;
+    for (int packets = 0; !bFound && bStamped && packets < kOriginPackets &&
+                          av_read_frame(Session.Format, Session.Packet) >= 0;)
+    {
+        const AVPacket& packet = *Session.Packet;
+        int64_t start = 0;
+        if (packet.stream_index == Session.StreamIndex && (bStamped = PacketSample(Session, packet, start)))
+        {
+            ++packets;
+            const int64_t length = av_rescale_q(packet.duration, Session.Format->streams[Session.StreamIndex]->time_base,
+                                                AVRational{1, Session.Codec->sample_rate});
+            int64_t decoded = 0;
+            if (avcodec_send_packet(Session.Codec, &packet) == 0)
+                while (avcodec_receive_frame(Session.Codec, frame) == 0)
+                {
+                    decoded += frame->nb_samples;
+                    av_frame_unref(frame);
+                }
+            bFound = decoded > 0;
+            OutOrigin = start + length - decoded;
+        }
+        av_packet_unref(Session.Packet);
+    }
+    avcodec_flush_buffers(Session.Codec);
+    return bFound;
+}
+
+// The last kWarmupPackets packets read, oldest first.
+class PacketRing
+{
+public:
+    PacketRing()
+    {
+        for (AVPacket*& packet : Packets)
+            if (!(packet = av_packet_alloc()))
+                throw std::bad_alloc();
+    }
+    PacketRing(const PacketRing&) = delete;
+    PacketRing& operator=(const PacketRing&) = delete;
+    ~PacketRing()
+    {
+        for (auto it = std::rbegin(Packets); it != std::rend(Packets); ++it)
+            av_packet_free(&*it);
+    }
+
+    bool IsFull() const { return Count == kWarmupPackets; }
+
+    // Takes Packet's reference; the oldest goes when full.
+    void Push(AVPacket* Packet)
+    {
+        AVPacket* slot = Packets[(First + Count) % kWarmupPackets];
+        av_packet_unref(slot);
+        av_packet_move_ref(slot, Packet);
+        if (IsFull())
+            First = (First + 1) % kWarmupPackets;
+        else
+            ++Count;
+    }
+
+    const AVPacket& operator[](int Index) const { return *Packets[(First + Index) % kWarmupPackets]; }
+
+private:
+    AVPacket* Packets[kWarmupPackets] = {};
+    int First = 0;
+    int Count = 0;
+};
+
+// Reads on to the first packet of the stream that starts at or after
+// MiddleSample, keeping the ones before it in Ring. The packet stays in
+// Session.Packet; OutSample is where it starts.
+bool ReadToMiddle(DecodeSession& Session, int64_t Origin, int64_t MiddleSample, PacketRing& Ring, int64_t& OutSample)
+{
+    while (!Session.Input.Cancelled() && av_read_frame(Session.Format, Session.Packet) >= 0)
+    {
+        int64_t sample = 0;
+        if (Session.Packet->stream_index != Session.StreamIndex)
+            av_packet_unref(Session.Packet);
+        else if (!PacketSample(Session, *Session.Packet, sample))
+            break;
+        else if (sample - Origin >= MiddleSample && Ring.IsFull())
+        {
+            OutSample = sample - Origin;
+            return true;
+        }
+        else
+            Ring.Push(Session.Packet);
+    }
+    av_packet_unref(Session.Packet);
+    return false;
+}
+
+int64_t RoundUpTo(int64_t Value, int64_t Step)
+{
+    return (Value + Step - 1) / Step * Step;
+}
+
+// The second half, on its own thread with its own file, demuxer, decoder and
+// resampler. Gives up quietly where it cannot be exact: the first half then
+// decodes on to the end.
+void DecodeSecondHalfOrGiveUp(const HalfPlan& Plan, Prefaulter& Faults, SecondHalf& Half)
+{
+    DecodeSession session;
+    session.Input.pCancel = Plan.pControl->pCancel;
+    session.Input.pAbandon = &Half.bAbandoned;
+    session.Input.pProgress = Plan.pControl->pProgress;
+    session.Input.pTally = Plan.pTally;
+    session.Input.TallySlot = 1;
+    std::string ignored;
+    if (!OpenSession(session, Plan.Path, 1, ignored) || session.StreamIndex != Plan.StreamIndex ||
+        session.Codec->sample_rate != Plan.SampleRate)
+        return;
+    const int64_t divisor = std::gcd<int64_t>(Plan.SampleRate, kOutRate);
+    const int64_t inputCycle = Plan.SampleRate / divisor, outputCycle = kOutRate / divisor;
+    int64_t origin = 0, middle = 0, lead = 0;
+    PacketRing ring;
+    if (inputCycle > kMaxInputCycle || !FindOrigin(session, origin) ||
+        !ReadToMiddle(session, origin, Plan.MiddleSample, ring, middle) ||
+        !PacketSample(session, ring[kWarmupPackets - kResamplerLeadPackets], lead))
+        return;
+    lead -= origin;
+    const int64_t firstInput = RoundUpTo(lead, inputCycle);
+    if (lead < 0 || firstInput >= middle)
+        return;
+    Half.FirstFrame = static_cast<size_t>(firstInput / inputCycle * outputCycle);
+    const SeamOffer* seam = &Half.Seam;
+    Half.Seam.PacketPts = session.Packet->pts;
+    Half.Seam.PacketSample = middle;
+    Half.Seam.SeamFrame = static_cast<size_t>(RoundUpTo(middle, inputCycle) / inputCycle * outputCycle);
+    const size_t seamFloat = (seam->SeamFrame - Half.FirstFrame) * kOutChannels;
+
+    Converter convert(session, *Half.pFrames, Faults, Plan.pControl->MaxDecodedBytes, 1,
+                      Half.FirstFrame * kOutChannels);
+    AVFrame* slot = session.Slots.front();
+    bool bFeeding = false;
+    int64_t toSkip = firstInput - lead, fed = 0;
+    FrameSink sink;
+    sink.FreeSlot = [slot] { return slot; };
+    sink.Filled = [&](int CodecRate) {
+        bool ok = true;
+        if (bFeeding)
+        {
+            const int skip = static_cast<int>(std::min<int64_t>(toSkip, slot->nb_samples));
+            toSkip -= skip;
+            fed += slot->nb_samples;
+            if (skip < slot->nb_samples)
+                ok = !session.Input.Cancelled() && convert.Convert(slot, CodecRate, Half.Failed, skip);
+        }
+        av_frame_unref(slot);
+        const size_t headEnd = seamFloat + kSeamCheckFrames * kOutChannels;
+        if (ok && !seam->IsOffered() && convert.WrittenFloats() >= headEnd)
+        {
+            Half.Seam.Head.assign(Half.pFrames->begin() + seamFloat, Half.pFrames->begin() + headEnd);
+            Half.Seam.Offer();
+        }
+        return ok;
+    };
+    bool ok = true;
+    for (int i = 0; ok && i < kWarmupPackets; ++i)
+    {
+        bFeeding = bFeeding || i == kWarmupPackets - kResamplerLeadPackets;
+        ok = DecodePacket(session, ring[i], sink);
+    }
+    // The packets before the middle must have decoded to as many samples as
+    // their time stamps say, or the resampler's phase would be off.
+    ok = ok && fed == middle - lead && DecodePacket(session, *session.Packet, sink);
+    av_packet_unref(session.Packet);
+    if (ok)
+    {
+        session.Input.CountedFromBytes = session.Input.PositionBytes;
+        DecodePackets(session, sink);
+    }
+    Half.WrittenFloats = convert.WrittenFloats();
+}
+
+void DecodeSecondHalf(const HalfPlan& Plan, Prefaulter& Faults, SecondHalf& Half)
+{
+    try
+    {
+        DecodeSecondHalfOrGiveUp(Plan, Faults, Half);
+    }
+    catch (const std::bad_alloc&)
+    {
+        Half.Failed.Set("Not enough memory to hold the audio.");
+    }
+    Half.Seam.Settle();
+}
+
+// Whether two runs of floats agree within kSeamTolerance.
+bool SameWithin(const float* A, const std::vector<float>& B)
+{
+    for (size_t i = 0; i < B.size(); ++i)
+        if (!(std::fabs(A[i] - B[i]) <= kSeamTolerance))
+            return false;
+    return true;
+}
+
+// The first half on the calling thread, the second on a thread of its own.
+// Returns the seam's frame when the halves were joined there, 0 when the
+// first half decoded everything.
+size_t DecodeInHalves(const HalfPlan& Plan, DecodeSession& Session, Converter& Convert, Prefaulter& Faults,
+                      SecondHalf& Half, Failure& Failed)
+{
+    Session.Input.pTally = Plan.pTally;
+    std::thread second([&] { DecodeSecondHalf(Plan, Faults, Half); });
+    const SeamOffer& seam = Half.Seam;
+    AVFrame* slot = Session.Slots.front();
+    int64_t decoded = 0;
+    bool bWaited = false, bPositionRight = false, bDecided = false, bJoined = false;
+    FrameSink sink;
+    sink.FreeSlot = [slot] { return slot; };
+    sink.Next = [&](const AVPacket& Packet) {
+        // The second half's middle packet is not before this: its offer, if
+        // one comes, must be here before that packet goes by.
+        if (!bWaited && decoded >= Plan.MiddleSample)
+        {
+            Half.Seam.WaitSettled();
+            bWaited = true;
+        }
+        if (seam.IsOffered() && Packet.pts == seam.PacketPts)
+            bPositionRight = decoded == seam.PacketSample;
+    };
+    sink.Filled = [&](int CodecRate) {
+        decoded += slot->nb_samples;
+        const bool ok = !Session.Input.Cancelled() && Convert.Convert(slot, CodecRate, Failed);
+        av_frame_unref(slot);
+        if (!ok || bDecided || !seam.IsOffered() ||
+            Convert.WrittenFloats() < seam.SeamFrame * kOutChannels + seam.Head.size())
+            return ok;
+        bDecided = true;
+        bJoined = bPositionRight && SameWithin(Convert.Output().data() + seam.SeamFrame * kOutChannels, seam.Head);
+        if (!bJoined)
+            Half.bAbandoned.store(true);
+        return !bJoined;
+    };
+    DecodePackets(Session, sink);
+    if (!bJoined)
+        Half.bAbandoned.store(true);
+    second.join();
+    return bJoined ? seam.SeamFrame : 0;
+}
+
+// The first half's frames up to the seam, then the second half's.
+bool JoinHalves(std::vector<float>& Frames, size_t SeamFrame, const SecondHalf& Half, std::string& OutMessage)
+{
+    OutMessage = Half.Failed.Get();
+    if (!OutMessage.empty())
+        return false;
+    const auto from = Half.pFrames->begin() + static_cast<ptrdiff_t>((SeamFrame - Half.FirstFrame) * kOutChannels);
+    Frames.resize(SeamFrame * kOutChannels);
+    Frames.insert(Frames.end(), from, Half.pFrames->begin() + static_cast<ptrdiff_t>(Half.WrittenFloats));
+    Half.pFrames->clear();
+    return true;
+}
+
 // --- Entry point ---
 
 std::string Lowered(std::string Text)
@@ -860,9 +1302,7 @@ bool Decode(const std::string& Path, const DecodeControl& Control, DecodedAudio&
     session.Input.pCancel = Control.pCancel;
     session.Input.pProgress = Control.pProgress;
     const bool bPipeline = Control.Threads >= 2;
-    if (!session.Input.File.Open(Path, OutMessage) || !OpenDemuxer(session, Path, OutMessage) ||
-        !OpenDecoder(session, OutMessage) || !OpenResampler(session, OutMessage) ||
-        !AllocateBuffers(session, bPipeline ? kQueueFrames : 1, OutMessage))
+    if (!OpenSession(session, Path, bPipeline ? kQueueFrames : 1, OutMessage))
         return false;
 
     std::vector<float> frames;
@@ -870,30 +1310,59 @@ bool Decode(const std::string& Path, const DecodeControl& Control, DecodedAudio&
     std::vector<float> spare;
     if (Control.bSpareBuffer)
         ReserveSpare(spare, frames.capacity());
+    const double durationSec = static_cast<double>(session.Format->duration) / AV_TIME_BASE;
+    const bool bHalves = bPipeline && expectedFloats > 0 && durationSec >= Control.HalvesFromSec;
+    // Without a spare, the second half writes into a buffer of its own.
+    std::vector<float> ownHalf;
+    SecondHalf half;
+    half.pFrames = Control.bSpareBuffer ? &spare : &ownHalf;
+    if (bHalves && !Control.bSpareBuffer)
+        LargeBuffer::ReserveFloats(ownHalf, expectedFloats / 2);
     // The expected audio only: the headroom stays untouched, and costs no memory.
     Prefaulter faults;
     faults.AddRegion(frames.data(), std::min(frames.capacity(), expectedFloats) * sizeof(float));
     faults.AddRegion(spare.data(), std::min(spare.capacity(), expectedFloats) * sizeof(float));
+    faults.AddRegion(ownHalf.data(), ownHalf.capacity() * sizeof(float), 2);
     faults.Start();
     Converter convert(session, frames, faults, Control.MaxDecodedBytes);
     Failure failed;
-    if (bPipeline)
+    size_t seamFrame = 0;
+    if (bHalves)
+    {
+        ProgressTally tally;
+        HalfPlan plan;
+        plan.Path = Path;
+        plan.pControl = &Control;
+        plan.pTally = &tally;
+        plan.StreamIndex = session.StreamIndex;
+        plan.SampleRate = session.Codec->sample_rate;
+        plan.MiddleSample = static_cast<int64_t>(durationSec / 2 * plan.SampleRate);
+        seamFrame = DecodeInHalves(plan, session, convert, faults, half, failed);
+    }
+    else if (bPipeline)
         DecodeAsPipeline(session, convert, failed);
     else
         DecodeOnOneThread(session, convert, failed);
     faults.Stop();
 
     OutMessage = session.Input.Cancelled() ? std::string(kCancelledMessage) : failed.Get();
-    if (OutMessage.empty() && convert.WrittenFloats() == 0)
+    if (OutMessage.empty() && seamFrame > 0 && !JoinHalves(frames, seamFrame, half, OutMessage))
+        return false;
+    if (seamFrame == 0)
+    {
+        frames.resize(convert.WrittenFloats());
+        half.pFrames->clear();  // what the second half made before it was abandoned
+    }
+    if (OutMessage.empty() && frames.empty())
         OutMessage = "No audio could be decoded from the file.";
     if (!OutMessage.empty())
         return false;
-    frames.resize(convert.WrittenFloats());
     // A spare outgrown by a file longer than its header said is no use.
     if (spare.capacity() < frames.size())
         std::vector<float>().swap(spare);
     Out.Frames = std::move(frames);
     Out.Spare = std::move(spare);
+    Out.SecondHalfFromFrame = seamFrame;
     DescribeSource(session, Out);
     if (Control.pProgress)
         Control.pProgress->store(1.0, std::memory_order_relaxed);

@@ -28,6 +28,9 @@ struct DecodedAudio
     int SourceChannels = 0;
     std::string SourceChannelLayout;  // "stereo", "mono", "5.1", "3 channels"
     double SourceDurationSec = 0.0;   // what the container says; 0 when it says nothing
+    // The frame from which a second thread decoded the rest, at once with the
+    // first part; 0 when one decoding gave all of it.
+    size_t SecondHalfFromFrame = 0;
     // Container and stream tags, keys lower-cased: title, artist, album, track,
     // date, comment and whatever else the file carries. The container's win.
     std::map<std::string, std::string> Tags;
@@ -48,11 +51,18 @@ struct DecodeControl
     // Decoded output larger than this fails; a file that expands without end
     // (a rate of 1 Hz, say) stops here instead of filling memory.
     uint64_t MaxDecodedBytes = kDefaultMaxDecodedBytes;
-    // 1: decoding and resampling on the calling thread. 2 or more: the
-    // resampling runs on a second thread, fed through a short queue of
-    // decoded frames. Either way one more thread faults the output's pages in
-    // ahead of the writes.
+    // 1: decoding and resampling on the calling thread. 2 or more: a long
+    // file's two halves each on a thread (see HalvesFromSec), or else the
+    // resampling on a second thread, fed through a short queue of decoded
+    // frames. Either way one more thread faults the output's pages in ahead
+    // of the writes.
     int Threads = 2;
+    // With two threads, a file whose container says it lasts at least this
+    // long is decoded as two halves at once, one per thread, and joined
+    // where the second half's frames are shown to be those of a decoding
+    // from the start. Shorter files, or where that cannot be shown, are
+    // decoded and resampled as a pipeline.
+    double HalvesFromSec = 60.0;
     // Also make DecodedAudio::Spare ready, its pages faulted in beside the
     // decoding, not after it.
     bool bSpareBuffer = false;

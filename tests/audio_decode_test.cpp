@@ -68,21 +68,42 @@ void WriteBytes(const std::string& Path, const std::string& Bytes)
     out << Bytes;
 }
 
+// The three ways the decoder can go: on the calling thread, decoding and
+// resampling as a pipeline, and, as any file of a second or more, in halves.
+std::vector<std::pair<std::string, DecodeControl>> EveryWay()
+{
+    DecodeControl oneThread, pipeline, halves;
+    oneThread.Threads = 1;
+    pipeline.HalvesFromSec = 1e9;
+    halves.HalvesFromSec = 1.0;
+    return {{"one thread", oneThread}, {"pipeline", pipeline}, {"halves", halves}};
+}
+
 const char* const kStereo441 =
     "-f lavfi -i 'aevalsrc=0.5*sin(2*PI*440*t)|0.3*sin(2*PI*660*t):s=44100:d=4'";
 }  // namespace
 
-TEST(AudioDecode, EveryFormatEqualsTheEditorsImportOnOneAndTwoThreads)
+TEST(AudioDecode, EveryFormatEqualsTheEditorsImportOnOneThreadAsAPipelineAndInHalves)
 {
-    struct Fixture { const char* Name; std::string Args; int Rate; int Channels; const char* Codec; };
+    // bSplits: the halves must have been joined. AAC's noise substitution
+    // draws on a generator that runs through the whole file, so a second
+    // half cannot make the same noise; its seam check then leaves the file to
+    // one thread, and only the equality is asked.
+    struct Fixture { const char* Name; std::string Args; int Rate; int Channels; const char* Codec; bool bSplits; };
     const Fixture fixtures[] = {
-        {"audio_decode.mp3", std::string(kStereo441) + " -c:a libmp3lame", 44100, 2, "MP3"},
-        {"audio_decode.ogg", std::string(kStereo441) + " -c:a libvorbis", 44100, 2, "Vorbis"},
-        {"audio_decode.flac", std::string(kStereo441) + " -c:a flac", 44100, 2, "FLAC"},
-        {"audio_decode.wav", std::string(kStereo441) + " -c:a pcm_s16le", 44100, 2, "PCM signed 16-bit"},
-        {"audio_decode.m4a", std::string(kStereo441) + " -c:a aac", 44100, 2, "AAC"},
+        {"audio_decode.mp3", std::string(kStereo441) + " -c:a libmp3lame", 44100, 2, "MP3", true},
+        {"audio_decode.ogg", std::string(kStereo441) + " -c:a libvorbis", 44100, 2, "Vorbis", true},
+        {"audio_decode.flac", std::string(kStereo441) + " -c:a flac", 44100, 2, "FLAC", true},
+        {"audio_decode.wav", std::string(kStereo441) + " -c:a pcm_s16le", 44100, 2, "PCM signed 16-bit", true},
+        {"audio_decode.m4a", std::string(kStereo441) + " -c:a aac", 44100, 2, "AAC", false},
+        {"audio_decode_nopns.m4a", std::string(kStereo441) + " -c:a aac -aac_pns 0", 44100, 2, "AAC", true},
+        // Silent around the middle: the frames after the seam cannot show a
+        // second half placed wrong, the count of samples before it must.
+        {"audio_decode_quiet_middle.flac",
+         "-f lavfi -i 'aevalsrc=0.5*sin(2*PI*440*t)*(lt(t\\,1.5)+gt(t\\,2.5)):s=44100:d=4' -ac 2 -c:a flac", 44100, 2,
+         "FLAC", true},
         {"audio_decode_mono.mp3",
-         "-f lavfi -i sine=frequency=440:sample_rate=22050:duration=3 -c:a libmp3lame", 22050, 1, "MP3"},
+         "-f lavfi -i sine=frequency=440:sample_rate=22050:duration=3 -c:a libmp3lame", 22050, 1, "MP3", true},
     };
     for (const Fixture& f : fixtures)
     {
@@ -91,16 +112,23 @@ TEST(AudioDecode, EveryFormatEqualsTheEditorsImportOnOneAndTwoThreads)
         ASSERT_FALSE(path.empty());
         const std::vector<float> expected = EditorFrames(path);
         ASSERT_GT(expected.size(), 48000u * 2);  // more than a second came out of the editor's import
-        for (int threads : {1, 2})
+        enum Mode { OneThread, Pipeline, Halves, HalvesWithoutSpare };
+        for (Mode mode : {OneThread, Pipeline, Halves, HalvesWithoutSpare})
         {
-            SCOPED_TRACE(threads);
+            SCOPED_TRACE(mode);
             DecodeControl control;
-            control.Threads = threads;
-            control.bSpareBuffer = threads == 2;  // the pages faulted beside must not disturb the frames
+            control.Threads = mode == OneThread ? 1 : 2;
+            // The halves' second thread writes into the spare when there is one.
+            control.bSpareBuffer = mode == Pipeline || mode == Halves;
+            control.HalvesFromSec = mode >= Halves ? 1.0 : 1e9;
             const Result r = Decode(path, control);
             ASSERT_TRUE(r.bOk) << r.Error;
             ASSERT_EQ(r.Audio.Frames.size(), expected.size());
             EXPECT_LE(LargestDifference(r.Audio.Frames, expected), 1e-6f);
+            if (mode < Halves)
+                EXPECT_EQ(r.Audio.SecondHalfFromFrame, 0u);
+            else if (f.bSplits)  // else the first thread decoded it all, and nothing was shown
+                EXPECT_GT(r.Audio.SecondHalfFromFrame, 48000u);
             EXPECT_TRUE(r.Audio.Spare.empty());
             if (control.bSpareBuffer)
                 EXPECT_GE(r.Audio.Spare.capacity(), r.Audio.Frames.size());
@@ -248,15 +276,14 @@ TEST(AudioDecode, CancelFromAnotherThreadStopsEarlyAndProgressEndsAtOne)
     const std::string path = MakeFfmpegFixture(
         "audio_decode_long.wav", "-f lavfi -i sine=frequency=440:sample_rate=44100:duration=600 -ac 2 -c:a pcm_s16le");
     ASSERT_FALSE(path.empty());
-    for (int threads : {1, 2})
+    for (const auto& [way, wayControl] : EveryWay())
     {
-        SCOPED_TRACE(threads);
+        SCOPED_TRACE(way);
         std::atomic<bool> cancel{false};
         std::atomic<double> progress{0.0};
-        DecodeControl control;
+        DecodeControl control = wayControl;
         control.pCancel = &cancel;
         control.pProgress = &progress;
-        control.Threads = threads;
         auto pending = std::async(std::launch::async, [&] { return Decode(path, control); });
         while (progress.load() == 0.0)
             std::this_thread::yield();
@@ -270,13 +297,28 @@ TEST(AudioDecode, CancelFromAnotherThreadStopsEarlyAndProgressEndsAtOne)
     }
     const std::string whole = MakeFfmpegFixture("audio_decode_progress.flac", std::string(kStereo441) + " -c:a flac");
     ASSERT_FALSE(whole.empty());
-    for (int threads : {1, 2})
+    for (const auto& [way, wayControl] : EveryWay())
     {
+        SCOPED_TRACE(way);
         std::atomic<double> progress{0.0};
-        DecodeControl control;
+        std::atomic<bool> bDone{false};
+        DecodeControl control = wayControl;
         control.pProgress = &progress;
-        control.Threads = threads;
+        // Sampled from beside: the two halves report in turn, and the sum
+        // they show must never go back.
+        std::thread watcher([&] {
+            double last = 0.0;
+            while (!bDone.load())
+            {
+                const double now = progress.load();
+                EXPECT_GE(now, last);
+                last = now;
+                std::this_thread::yield();
+            }
+        });
         const Result r = Decode(whole, control);
+        bDone = true;
+        watcher.join();
         ASSERT_TRUE(r.bOk) << r.Error;
         EXPECT_EQ(progress.load(), 1.0);
     }
@@ -295,16 +337,19 @@ TEST(AudioDecode, StopsAtTheSizeBoundWithItsSizeInTheMessage)
         {bytes, true, ""},  // exactly the output: allowed
         {bytes - 8, false,  // one stereo frame less
          "The audio is longer than the limit of 1.5 MiB of decoded samples; opening stopped."},
+        // In halves, past the seam: the second half's bound counts what the first made.
         {uint64_t(1) << 20, false,
          "The audio is longer than the limit of 1.0 MiB of decoded samples; opening stopped."},
+        // Before the seam, in the first half's own part.
+        {uint64_t(6) << 17, false,
+         "The audio is longer than the limit of 0.8 MiB of decoded samples; opening stopped."},
     };
     for (const Case& c : cases)
-        for (int threads : {1, 2})
+        for (const auto& [way, wayControl] : EveryWay())
         {
-            SCOPED_TRACE(std::to_string(c.MaxBytes) + " bytes, " + std::to_string(threads) + " threads");
-            DecodeControl control;
+            SCOPED_TRACE(std::to_string(c.MaxBytes) + " bytes, " + way);
+            DecodeControl control = wayControl;
             control.MaxDecodedBytes = c.MaxBytes;
-            control.Threads = threads;
             const Result r = Decode(path, control);
             EXPECT_EQ(r.bOk, c.bOk);
             EXPECT_EQ(r.Error, c.Message);
