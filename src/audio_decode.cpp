@@ -488,10 +488,13 @@ public:
             Regions.push_back({reinterpret_cast<char*>(aligned), begin + Bytes - aligned, 0, Writers});
     }
 
+    // One thread per region, up to two: where the host backs fresh pages on
+    // first touch, two threads fault them in at nearly twice the speed of one.
     void Start()
     {
-        if (!Regions.empty())
-            Worker = std::thread([this] { Run(); });
+        const size_t workers = std::min<size_t>(Regions.size(), kMaxWorkers);
+        for (size_t worker = 0; worker < workers; ++worker)
+            Workers.emplace_back([this, worker, workers] { Run(worker, workers); });
     }
 
     // The output moves (the file was longer than its header said): the old
@@ -501,16 +504,32 @@ public:
     // Bytes of output written so far by one resampler (0 or 1).
     void SetWritten(int Writer, size_t Bytes) { WrittenBytes[Writer].store(Bytes, std::memory_order_relaxed); }
 
-    void Stop()
+    // The decoding is over and the output is Bytes long: the regions that
+    // every writer fills (the output and the spare the record is copied into)
+    // are faulted in up to there at once, on both threads, rather than by
+    // the single thread that copies into them next. Then as Stop.
+    void Finish(size_t Bytes)
+    {
+        FinalBytes.store(Bytes, std::memory_order_relaxed);
+        EndWhen(bFinishing);
+    }
+
+    void Stop() { EndWhen(bStopping); }
+
+private:
+    void EndWhen(bool& bFlag)
     {
         {
             std::lock_guard<std::mutex> lock(Lock);
-            bStopping = true;
+            bFlag = true;
         }
         Wake.notify_all();
-        if (Worker.joinable())
-            Worker.join();
+        for (std::thread& worker : Workers)
+            worker.join();
+        Workers.clear();
     }
+
+public:
 
 private:
     struct Region
@@ -521,31 +540,43 @@ private:
         unsigned Writers;
     };
 
-    // Steps through the regions in turn, each up to the same distance past
-    // the writer, and naps while the writer catches up.
-    void Run()
+    // Steps through its regions in turn, each up to the same distance past
+    // the writers, and naps while the writers catch up.
+    void Run(size_t Worker, size_t Workers)
     {
         std::unique_lock<std::mutex> lock(Lock);
         while (!bStopping)
         {
+            const bool bLast = bFinishing;
             lock.unlock();
             bool bFaulted = false;
-            for (Region& region : Regions)
-                bFaulted = StepInto(region) || bFaulted;
+            for (size_t i = Worker; i < Regions.size(); i += Workers)
+                bFaulted = StepInto(Regions[i], bLast) || bFaulted;
             lock.lock();
+            if (!bFaulted && bLast)
+                break;
             if (!bFaulted)
-                Wake.wait_for(lock, kNap, [this] { return bStopping; });
+                Wake.wait_for(lock, kNap, [this] { return bStopping || bFinishing; });
         }
     }
 
-    bool StepInto(Region& R)
+    // How far a region is to be faulted in: ahead of its writers while they
+    // write, to the output's end once they are done.
+    size_t LimitOf(const Region& R, bool bLast) const
     {
-        // Whole pages only: madvise refuses a start that is not on a page.
+        if (bLast)
+            return R.Writers == kAllWriters ? std::min(R.EndBytes, FinalBytes.load(std::memory_order_relaxed)) : 0;
         size_t written = 0;
         for (int writer = 0; writer < 2; ++writer)
             if (R.Writers & (1u << writer))
                 written += WrittenBytes[writer].load(std::memory_order_relaxed);
-        const size_t limit = std::min(R.EndBytes, written + kPrefaultAheadBytes) & ~(kPageBytes - 1);
+        return std::min(R.EndBytes, written + kPrefaultAheadBytes);
+    }
+
+    bool StepInto(Region& R, bool bLast)
+    {
+        // Whole pages only: madvise refuses a start that is not on a page.
+        const size_t limit = LimitOf(R, bLast) & ~(kPageBytes - 1);
         if (R.DoneBytes >= limit)
             return false;
         const size_t bytes = std::min(kPrefaultStepBytes, limit - R.DoneBytes);
@@ -565,7 +596,10 @@ private:
     std::mutex Lock;
     std::condition_variable Wake;
     bool bStopping = false;
-    std::thread Worker;
+    bool bFinishing = false;
+    std::atomic<size_t> FinalBytes{0};
+    std::vector<std::thread> Workers;
+    static constexpr size_t kMaxWorkers = 2;
 };
 
 // Room for the whole file from the container's duration, like the editor's
@@ -1116,8 +1150,8 @@ void DecodeSecondHalfOrGiveUp(const HalfPlan& Plan, Prefaulter& Faults, SecondHa
     session.Input.pTally = Plan.pTally;
     session.Input.TallySlot = 1;
     std::string ignored;
-    if (!OpenSession(session, Plan.Path, 1, ignored) || session.StreamIndex != Plan.StreamIndex ||
-        session.Codec->sample_rate != Plan.SampleRate)
+    if (Plan.SampleRate <= 0 || !OpenSession(session, Plan.Path, 1, ignored) ||
+        session.StreamIndex != Plan.StreamIndex || session.Codec->sample_rate != Plan.SampleRate)
         return;
     const int64_t divisor = std::gcd<int64_t>(Plan.SampleRate, kOutRate);
     const int64_t inputCycle = Plan.SampleRate / divisor, outputCycle = kOutRate / divisor;
@@ -1249,13 +1283,24 @@ size_t DecodeInHalves(const HalfPlan& Plan, DecodeSession& Session, Converter& C
     return bJoined ? seam.SeamFrame : 0;
 }
 
+// The second half's frames from the seam on start here in its output.
+size_t SeamFloatInHalf(size_t SeamFrame, const SecondHalf& Half)
+{
+    return (SeamFrame - Half.FirstFrame) * kOutChannels;
+}
+
+size_t JoinedFloats(size_t SeamFrame, const SecondHalf& Half)
+{
+    return SeamFrame * kOutChannels + Half.WrittenFloats - SeamFloatInHalf(SeamFrame, Half);
+}
+
 // The first half's frames up to the seam, then the second half's.
 bool JoinHalves(std::vector<float>& Frames, size_t SeamFrame, const SecondHalf& Half, std::string& OutMessage)
 {
     OutMessage = Half.Failed.Get();
     if (!OutMessage.empty())
         return false;
-    const auto from = Half.pFrames->begin() + static_cast<ptrdiff_t>((SeamFrame - Half.FirstFrame) * kOutChannels);
+    const auto from = Half.pFrames->begin() + static_cast<ptrdiff_t>(SeamFloatInHalf(SeamFrame, Half));
     Frames.resize(SeamFrame * kOutChannels);
     Frames.insert(Frames.end(), from, Half.pFrames->begin() + static_cast<ptrdiff_t>(Half.WrittenFloats));
     Half.pFrames->clear();
@@ -1343,7 +1388,10 @@ bool Decode(const std::string& Path, const DecodeControl& Control, DecodedAudio&
         DecodeAsPipeline(session, convert, failed);
     else
         DecodeOnOneThread(session, convert, failed);
-    faults.Stop();
+    if (!session.Input.Cancelled() && failed.Get().empty())
+        faults.Finish((seamFrame > 0 ? JoinedFloats(seamFrame, half) : convert.WrittenFloats()) * sizeof(float));
+    else
+        faults.Stop();
 
     OutMessage = session.Input.Cancelled() ? std::string(kCancelledMessage) : failed.Get();
     if (OutMessage.empty() && seamFrame > 0 && !JoinHalves(frames, seamFrame, half, OutMessage))
