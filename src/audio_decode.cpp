@@ -67,8 +67,6 @@ constexpr size_t kGrowFloats = size_t(64) << 10;
 // header claiming three hours for one minute costs no real memory).
 constexpr size_t kPrefaultStepBytes = size_t(2) << 20;
 constexpr size_t kPrefaultAheadBytes = size_t(64) << 20;
-// The reservation trusts the container's duration up to this much.
-constexpr double kMaxReservedSec = 3.0 * 3600.0;
 
 // --- Messages ---
 
@@ -602,18 +600,20 @@ private:
     static constexpr size_t kMaxWorkers = 2;
 };
 
-// Room for the whole file from the container's duration, like the editor's
-// import, and no more than the bound allows. Returns the floats expected (0
-// when the container does not say): the reservation has headroom beyond.
-size_t ReserveForDuration(std::vector<float>& Frames, const AVFormatContext* Format, uint64_t MaxDecodedBytes)
+// Room for the whole file from the container's duration and the file's size,
+// as the editor's import reserves it, and no more than the bound allows.
+// Returns the floats expected (0 when the container does not say): the
+// reservation has headroom beyond.
+size_t ReserveForDuration(std::vector<float>& Frames, const AVFormatContext* Format, int64_t FileBytes,
+                          uint64_t MaxDecodedBytes)
 {
     if (Format->duration <= 0)
         return 0;
-    const double durationSec = std::min(static_cast<double>(Format->duration) / AV_TIME_BASE, kMaxReservedSec);
-    const double frames = durationSec * 1.01 * kOutRate + kOutRate;
-    const size_t floats = std::min<uint64_t>(static_cast<size_t>(frames) * kOutChannels, MaxDecodedBytes / sizeof(float) + 1);
-    LargeBuffer::ReserveFloats(Frames, floats);
-    return floats;
+    const double floats = LargeBuffer::FloatsToReserveForDecoding(
+        static_cast<double>(Format->duration) / AV_TIME_BASE, FileBytes);
+    const size_t bounded = std::min<uint64_t>(static_cast<size_t>(floats), MaxDecodedBytes / sizeof(float) + 1);
+    LargeBuffer::ReserveFloats(Frames, bounded);
+    return bounded;
 }
 
 // As much room as the output has, for a copy of it, without headroom of its own.
@@ -1351,7 +1351,7 @@ bool Decode(const std::string& Path, const DecodeControl& Control, DecodedAudio&
         return false;
 
     std::vector<float> frames;
-    const size_t expectedFloats = ReserveForDuration(frames, session.Format, Control.MaxDecodedBytes);
+    const size_t expectedFloats = ReserveForDuration(frames, session.Format, session.Input.File.SizeBytes, Control.MaxDecodedBytes);
     std::vector<float> spare;
     if (Control.bSpareBuffer)
         ReserveSpare(spare, frames.capacity());

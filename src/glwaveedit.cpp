@@ -278,25 +278,15 @@ struct DecodeResources
     }
 };
 
-// Room for the whole file before the first frame arrives, so that an hour of
-// audio is laid out once, on huge pages, rather than grown by doubling.
-// Bounded by three hours, and by what the file's bytes can hold: at 6 kbit/s
-// (750 bytes a second) a byte decodes to 96000 / 750 = 128 floats of 48 kHz
-// stereo. So a few hundred bytes whose header claims hours ask for kilobytes,
-// not gigabytes that a small machine refuses. A file that decodes to more
-// (silence packed tighter) grows its buffer as usual.
+// Room for the whole file before the first frame arrives (see
+// LargeBuffer::FloatsToReserveForDecoding).
 void ReserveForDuration(std::vector<float>& Frames, const AVFormatContext* Format)
 {
     if (Format->duration <= 0)
         return;
-    constexpr double kMaxReservedSec = 3.0 * 3600.0;
-    constexpr double kMaxFloatsPerFileByte = 128.0;
-    const double durationSec = std::min(static_cast<double>(Format->duration) / AV_TIME_BASE, kMaxReservedSec);
-    double floats = (durationSec * 1.01 * kWaveEditSampleRate + kWaveEditSampleRate) * kWaveEditChannels;
     const int64_t fileBytes = Format->pb ? avio_size(Format->pb) : -1;
-    if (fileBytes > 0)
-        floats = std::min(floats, static_cast<double>(fileBytes) * kMaxFloatsPerFileByte);
-    ReserveFloats(Frames, static_cast<size_t>(floats));
+    ReserveFloats(Frames, static_cast<size_t>(LargeBuffer::FloatsToReserveForDecoding(
+                              static_cast<double>(Format->duration) / AV_TIME_BASE, fileBytes)));
 }
 }  // namespace
 

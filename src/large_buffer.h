@@ -7,6 +7,7 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -38,6 +39,25 @@ inline size_t CapacityWithHeadroom(size_t Floats)
     if (Floats * sizeof(float) < 4 * kHugePageBytes)
         return Floats;
     return Floats + Floats / 4;
+}
+
+// Room a decoding reserves for its 48 kHz stereo floats before the first
+// frame arrives, so that an hour of audio is laid out once rather than grown
+// by doubling: what the container's duration says, with a margin, bounded by
+// three hours and by what the file's bytes can hold. At 6 kbit/s (750 bytes
+// a second) a byte decodes to 96000 / 750 = 128 floats, so a few hundred
+// bytes whose header claims hours ask for kilobytes, not gigabytes. A file
+// that decodes to more (silence packed tighter) grows its buffer as usual.
+// FileBytes of 0 or less: unknown.
+inline double FloatsToReserveForDecoding(double DurationSec, int64_t FileBytes)
+{
+    constexpr double kMaxReservedSec = 3.0 * 3600.0;
+    constexpr double kMaxFloatsPerFileByte = 128.0;
+    constexpr double kRate = 48000.0, kChannels = 2.0;
+    double floats = (std::min(DurationSec, kMaxReservedSec) * 1.01 * kRate + kRate) * kChannels;
+    if (FileBytes > 0)
+        floats = std::min(floats, static_cast<double>(FileBytes) * kMaxFloatsPerFileByte);
+    return floats;
 }
 
 // Gives V room for Floats values (and a large V headroom beyond) without
