@@ -126,9 +126,13 @@ TEST(AudioDecode, EveryFormatEqualsTheEditorsImportOnOneThreadAsAPipelineAndInHa
             ASSERT_EQ(r.Audio.Frames.size(), expected.size());
             EXPECT_LE(LargestDifference(r.Audio.Frames, expected), 1e-6f);
             if (mode < Halves)
+            {
                 EXPECT_EQ(r.Audio.SecondHalfFromFrame, 0u);
+            }
             else if (f.bSplits)  // else the first thread decoded it all, and nothing was shown
+            {
                 EXPECT_GT(r.Audio.SecondHalfFromFrame, 48000u);
+            }
             EXPECT_TRUE(r.Audio.Spare.empty());
             if (control.bSpareBuffer)
                 EXPECT_GE(r.Audio.Spare.capacity(), r.Audio.Frames.size());
