@@ -203,7 +203,14 @@ void ImportOnce(const uint8_t* Data, size_t Size)
     rig.Editor.ApplyGainPercent(150.0);
     rig.Editor.RequestCutSelection();
     rig.Editor.RequestPasteAtSelection();
-    DecodeBothWays(path);
+}
+
+void DecodeOnce(const uint8_t* Data, size_t Size)
+{
+    static const bool bCapped = (CapFfmpegAllocations(), true);
+    (void)bCapped;
+    static ScratchFile scratch;
+    DecodeBothWays(scratch.Write(Data, Size));
 }
 
 // --- Restored state ---

@@ -9,9 +9,13 @@
 namespace GLWaveEditFuzz
 {
 // The bytes as a file opened through SetExternalPeakWaveform (the editor's
-// own decode), then a few passes and queries over whatever it made; then
-// through the program's decoder, whole and in halves, which must agree.
+// own decode), then a few passes and queries over whatever it made.
 void ImportOnce(const uint8_t* Data, size_t Size);
+
+// The bytes as a file through the program's decoder, on one thread and in
+// halves (forced on any file that says how long it is); aborts unless both
+// give the same outcome, message and samples.
+void DecodeOnce(const uint8_t* Data, size_t Size);
 
 // The bytes parsed as JSON (unparsable input is skipped) and restored through
 // ApplyExtraState, then a few editor passes; aborts if a pass leaves a finite

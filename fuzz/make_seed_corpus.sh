@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# Writes the fuzzers' seed inputs into OUT_DIR/import and OUT_DIR/restore_state:
+# Writes the fuzzers' seed inputs into OUT_DIR/import, OUT_DIR/decode and
+# OUT_DIR/restore_state:
 # short, small files in every format the editor opens (made here with ffmpeg,
 # never kept in the repository) and a few saved window states.
 # Usage: fuzz/make_seed_corpus.sh OUT_DIR
 set -euo pipefail
 out=${1:?usage: $0 OUT_DIR}
-mkdir -p "$out/import" "$out/restore_state"
+mkdir -p "$out/import" "$out/decode" "$out/restore_state"
 
 ff() { ffmpeg -hide_banner -loglevel error -y "$@"; }
 tone=(-f lavfi -i "sine=frequency=440:duration=0.12")
@@ -25,6 +26,15 @@ ff -f lavfi -i "testsrc=size=16x16:rate=10:duration=0.2" "${tone[@]}" -c:v mpeg4
   -shortest "$out/import/clip.mp4"
 ff -f lavfi -i "testsrc=size=16x16:rate=10:duration=0.2" "${tone[@]}" -c:v mpeg4 -c:a libvorbis \
   -shortest "$out/import/clip.mkv"
+
+# The program's decoder: the same files, and a few long enough for their two
+# halves to be joined (the second half wants 16 packets before the middle).
+cp "$out/import"/* "$out/decode/"
+low=(-f lavfi -i "sine=frequency=440:sample_rate=8000:duration=3")
+ff "${low[@]}" -c:a libmp3lame -b:a 8k "$out/decode/halves.mp3"
+ff "${low[@]}" -c:a libvorbis -q:a 0 "$out/decode/halves.ogg"
+ff "${low[@]}" -c:a flac -frame_size 256 "$out/decode/halves.flac"
+ff -f lavfi -i "sine=frequency=440:sample_rate=8000:duration=6" -c:a aac -b:a 8k -aac_pns 0 "$out/decode/halves.m4a"
 
 # Saved window states: what the editor writes, and near misses.
 state=$out/restore_state

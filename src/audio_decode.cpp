@@ -1025,14 +1025,19 @@ struct HalfPlan
     int64_t MiddleSample = 0;
 };
 
-// A packet's time stamp in samples of the decoder's rate; false without one.
-bool PacketSample(const DecodeSession& Session, const AVPacket& Packet, int64_t& OutSample)
+// Where a file says its samples are is trusted up to this (290 days at
+// 44.1 kHz): the arithmetic on positions then stays far from overflow.
+constexpr int64_t kMaxSamplePosition = int64_t(1) << 40;
+
+// A time or a length of the stream in samples of the decoder's rate; false
+// when the file gives none, or one beyond any real file.
+bool InSamples(const DecodeSession& Session, int64_t StreamTime, int64_t& OutSamples)
 {
-    if (Packet.pts == AV_NOPTS_VALUE)
+    if (StreamTime == AV_NOPTS_VALUE)
         return false;
-    OutSample = av_rescale_q(Packet.pts, Session.Format->streams[Session.StreamIndex]->time_base,
-                             AVRational{1, Session.Codec->sample_rate});
-    return true;
+    OutSamples = av_rescale_q(StreamTime, Session.Format->streams[Session.StreamIndex]->time_base,
+                              AVRational{1, Session.Codec->sample_rate});
+    return OutSamples > -kMaxSamplePosition && OutSamples < kMaxSamplePosition;
 }
 
 // The sample that time stamps count from: the first packet that decodes to
@@ -1047,12 +1052,11 @@ bool FindOrigin(DecodeSession& Session, int64_t& OutOrigin)
                           av_read_frame(Session.Format, Session.Packet) >= 0;)
     {
         const AVPacket& packet = *Session.Packet;
-        int64_t start = 0;
-        if (packet.stream_index == Session.StreamIndex && (bStamped = PacketSample(Session, packet, start)))
+        int64_t start = 0, length = 0;
+        if (packet.stream_index == Session.StreamIndex &&
+            (bStamped = InSamples(Session, packet.pts, start) && InSamples(Session, packet.duration, length)))
         {
             ++packets;
-            const int64_t length = av_rescale_q(packet.duration, Session.Format->streams[Session.StreamIndex]->time_base,
-                                                AVRational{1, Session.Codec->sample_rate});
             int64_t decoded = 0;
             if (avcodec_send_packet(Session.Codec, &packet) == 0)
                 while (avcodec_receive_frame(Session.Codec, frame) == 0)
@@ -1119,7 +1123,7 @@ bool ReadToMiddle(DecodeSession& Session, int64_t Origin, int64_t MiddleSample, 
         int64_t sample = 0;
         if (Session.Packet->stream_index != Session.StreamIndex)
             av_packet_unref(Session.Packet);
-        else if (!PacketSample(Session, *Session.Packet, sample))
+        else if (!InSamples(Session, Session.Packet->pts, sample))
             break;
         else if (sample - Origin >= MiddleSample && Ring.IsFull())
         {
@@ -1159,18 +1163,17 @@ void DecodeSecondHalfOrGiveUp(const HalfPlan& Plan, Prefaulter& Faults, SecondHa
     PacketRing ring;
     if (inputCycle > kMaxInputCycle || !FindOrigin(session, origin) ||
         !ReadToMiddle(session, origin, Plan.MiddleSample, ring, middle) ||
-        !PacketSample(session, ring[kWarmupPackets - kResamplerLeadPackets], lead))
+        !InSamples(session, ring[kWarmupPackets - kResamplerLeadPackets].pts, lead))
         return;
     lead -= origin;
     const int64_t firstInput = RoundUpTo(lead, inputCycle);
     if (lead < 0 || firstInput >= middle)
         return;
     Half.FirstFrame = static_cast<size_t>(firstInput / inputCycle * outputCycle);
-    const SeamOffer* seam = &Half.Seam;
     Half.Seam.PacketPts = session.Packet->pts;
     Half.Seam.PacketSample = middle;
     Half.Seam.SeamFrame = static_cast<size_t>(RoundUpTo(middle, inputCycle) / inputCycle * outputCycle);
-    const size_t seamFloat = (seam->SeamFrame - Half.FirstFrame) * kOutChannels;
+    const size_t seamFloat = (Half.Seam.SeamFrame - Half.FirstFrame) * kOutChannels;
 
     Converter convert(session, *Half.pFrames, Faults, Plan.pControl->MaxDecodedBytes, 1,
                       Half.FirstFrame * kOutChannels);
@@ -1191,7 +1194,7 @@ void DecodeSecondHalfOrGiveUp(const HalfPlan& Plan, Prefaulter& Faults, SecondHa
         }
         av_frame_unref(slot);
         const size_t headEnd = seamFloat + kSeamCheckFrames * kOutChannels;
-        if (ok && !seam->IsOffered() && convert.WrittenFloats() >= headEnd)
+        if (ok && !Half.Seam.IsOffered() && convert.WrittenFloats() >= headEnd)
         {
             Half.Seam.Head.assign(Half.pFrames->begin() + seamFloat, Half.pFrames->begin() + headEnd);
             Half.Seam.Offer();
@@ -1381,7 +1384,8 @@ bool Decode(const std::string& Path, const DecodeControl& Control, DecodedAudio&
         plan.pTally = &tally;
         plan.StreamIndex = session.StreamIndex;
         plan.SampleRate = session.Codec->sample_rate;
-        plan.MiddleSample = static_cast<int64_t>(durationSec / 2 * plan.SampleRate);
+        plan.MiddleSample = static_cast<int64_t>(
+            std::min(durationSec / 2 * plan.SampleRate, static_cast<double>(kMaxSamplePosition)));
         seamFrame = DecodeInHalves(plan, session, convert, faults, half, failed);
     }
     else if (bPipeline)

@@ -51,6 +51,8 @@ std::vector<uint8_t> Bytes(const std::filesystem::path& Path)
 // wav-info-tag-size-oom: a 1.6 KB WAV whose INFO tags claim about 645 MB
 // each; FFmpeg allocated (and zeroed) what they claimed, 1.9 GB in all. The
 // harness caps FFmpeg's allocations as the program does.
+// Each input also goes through the program's decoder, whole and in halves,
+// which must agree and stay within the same bound.
 // Every input here is a few KiB at most, so 16 MiB is far above any honest
 // buffer and far below the old reservation, and no replay may raise the
 // peak resident memory by 256 MiB.
@@ -64,6 +66,7 @@ TEST(FuzzRegressions, ImportInputsOpenWithoutCrashAndWithinBoundedMemory)
         const std::vector<uint8_t> bytes = Bytes(input);
         const size_t peakBefore = PeakResidentBytes();
         GLWaveEditFuzz::ImportOnce(bytes.data(), bytes.size());
+        GLWaveEditFuzz::DecodeOnce(bytes.data(), bytes.size());
         EXPECT_LT(PeakResidentBytes() - peakBefore, size_t(256) << 20);
 
         TestHost host;
