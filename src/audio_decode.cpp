@@ -473,10 +473,12 @@ class Prefaulter
 public:
     ~Prefaulter() { Stop(); }
 
-    static constexpr unsigned kAllWriters = 3;
+    // Masks of the writers a region's pace follows: the first half (or a
+    // whole decoding), the second half, or both.
+    static constexpr unsigned kFirstWriter = 1, kSecondWriter = 2, kAllWriters = kFirstWriter | kSecondWriter;
 
     // Adds a reserved buffer to fault in, before Start, as far ahead of the
-    // sum of what the Writers (a mask of 1 and 2) have written. An empty
+    // sum of what the Writers (a mask of the above) have written. An empty
     // region is left alone.
     void AddRegion(void* Data, size_t Bytes, unsigned Writers = kAllWriters)
     {
@@ -515,6 +517,15 @@ public:
     void Stop() { EndWhen(bStopping); }
 
 private:
+    struct Region
+    {
+        char* Begin;
+        size_t EndBytes;
+        size_t DoneBytes;
+        unsigned Writers;
+    };
+
+    // Raises Flag (stopping, or finishing) and waits for the workers.
     void EndWhen(bool& bFlag)
     {
         {
@@ -526,17 +537,6 @@ private:
             worker.join();
         Workers.clear();
     }
-
-public:
-
-private:
-    struct Region
-    {
-        char* Begin;
-        size_t EndBytes;
-        size_t DoneBytes;
-        unsigned Writers;
-    };
 
     // Steps through its regions in turn, each up to the same distance past
     // the writers, and naps while the writers catch up.
@@ -1370,7 +1370,7 @@ bool Decode(const std::string& Path, const DecodeControl& Control, DecodedAudio&
     Prefaulter faults;
     faults.AddRegion(frames.data(), std::min(frames.capacity(), expectedFloats) * sizeof(float));
     faults.AddRegion(spare.data(), std::min(spare.capacity(), expectedFloats) * sizeof(float));
-    faults.AddRegion(ownHalf.data(), ownHalf.capacity() * sizeof(float), 2);
+    faults.AddRegion(ownHalf.data(), ownHalf.capacity() * sizeof(float), Prefaulter::kSecondWriter);
     faults.Start();
     Converter convert(session, frames, faults, Control.MaxDecodedBytes);
     Failure failed;
