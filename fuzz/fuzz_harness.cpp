@@ -178,8 +178,8 @@ void DecodeBothWays(const std::string& Path)
     const bool bJoined = DecodeAudioFile(Path, halves, joined, &joinedError);
     bool bSame = bWhole == bJoined && wholeError == joinedError && whole.Frames.size() == joined.Frames.size();
     for (size_t i = 0; bSame && i < whole.Frames.size(); ++i)
-        bSame = std::fabs(whole.Frames[i] - joined.Frames[i]) <= 1e-6f ||
-                (std::isnan(whole.Frames[i]) && std::isnan(joined.Frames[i]));
+        bSame = whole.Frames[i] == joined.Frames[i] || std::fabs(whole.Frames[i] - joined.Frames[i]) <= 1e-6f ||
+                (std::isnan(whole.Frames[i]) && std::isnan(joined.Frames[i]));  // float WAVs carry infinities and NaN
     if (!bSame)
     {
         std::fprintf(stderr, "decoded in halves (seam at frame %zu) differs from one thread: %s / %s\n",

@@ -1236,7 +1236,7 @@ void DecodeSecondHalf(const HalfPlan& Plan, Prefaulter& Faults, SecondHalf& Half
 bool SameWithin(const float* A, const std::vector<float>& B)
 {
     for (size_t i = 0; i < B.size(); ++i)
-        if (!(std::fabs(A[i] - B[i]) <= kSeamTolerance))
+        if (!(A[i] == B[i] || std::fabs(A[i] - B[i]) <= kSeamTolerance))  // equal infinities too; NaN never
             return false;
     return true;
 }

@@ -51,6 +51,9 @@ std::vector<uint8_t> Bytes(const std::filesystem::path& Path)
 // wav-info-tag-size-oom: a 1.6 KB WAV whose INFO tags claim about 645 MB
 // each; FFmpeg allocated (and zeroed) what they claimed, 1.9 GB in all. The
 // harness caps FFmpeg's allocations as the program does.
+// wav-infinite-samples-false-difference: a float WAV holding infinities; the
+// harness's check that halves agree with one thread took inf - inf for a
+// difference. Equal values now agree whatever they are.
 // Each input also goes through the program's decoder, whole and in halves,
 // which must agree and stay within the same bound.
 // Every input here is a few KiB at most, so 16 MiB is far above any honest
