@@ -228,10 +228,30 @@ void CommandSave(Program& App, bool bAlwaysAsk)
         return;
     }
     const DocumentInfo& info = App.Docs.Info(id);
-    if (!bAlwaysAsk && !info.SaveTarget.empty())
+    if (bAlwaysAsk || info.SaveTarget.empty())
+        AskSaveAs(App, id);
+    else if (!ChangedOnDiskSince(App, id, info.SaveTarget))
         StartSaveJob(App, id, info.SaveTarget, App.Settings.LossyBitrateKbps);
     else
-        AskSaveAs(App, id);
+    {
+        Question question;
+        question.Title = "File changed on disk";
+        question.Text = info.SaveTarget + " was changed by another program since this document was saved to it. " +
+                        "Saving replaces those changes with this document.";
+        question.Buttons = {"Save anyway", "Save As...", "Cancel"};
+        question.OnAnswer = [&App, id, target = info.SaveTarget](int Answer) {
+            if (Answer == 0)
+                StartSaveJob(App, id, target, App.Settings.LossyBitrateKbps);
+            else if (Answer == 1)
+                AskSaveAs(App, id);
+            else
+            {
+                App.Say("Save cancelled.");
+                OnSaveFinished(App, id, false);
+            }
+        };
+        App.Prompts.Ask(std::move(question));
+    }
 }
 
 // --- Close and quit ---
@@ -275,6 +295,7 @@ void TakeFinishedJobs(Program& App)
             DocumentInfo& info = App.Docs.Info(saved.DocumentId);
             info.SaveTarget = saved.Path;
             info.SavedStateId = saved.StateId;
+            NoteDiskStamp(App, saved.DocumentId, saved.Path);
             // Edits made while it saved stay journalled against the old base.
             if (editor.EditStateIdOf(saved.DocumentId) == saved.StateId)
                 App.Recovery.Forget(saved.DocumentId);
@@ -300,6 +321,8 @@ void TakeFinishedJobs(Program& App)
         AdoptOpened(editor, App.Docs, opened);
         AddRecentFile(App.Settings, opened.Path);
         App.Say("Opened " + opened.Path);
-        ReplayPendingRestore(App, opened.Path);
+        NoteDiskStamp(App, editor.DocumentIdAt(editor.ActiveDocument()), opened.Path);
+        if (!ReplayPendingRestore(App, opened.Path))
+            OfferRestores(App, opened.Path);
     }
 }

@@ -71,6 +71,10 @@ Jobs::~Jobs()
 
 void Jobs::QueueOpen(const std::string& Path)
 {
+    {
+        std::lock_guard<std::mutex> hold(ResultLock);
+        OpensNotTaken.push_back(Path);
+    }
     ++OpensPending;
     OpenWorker.Post([this, Path] { RunOpen(Path); });
 }
@@ -87,6 +91,8 @@ void Jobs::CancelOpens()
     OpenWorker.DropWaiting();
     OpensPending -= static_cast<int>(dropped);
     std::lock_guard<std::mutex> hold(ResultLock);
+    // The dropped ones were the last queued.
+    OpensNotTaken.resize(OpensNotTaken.size() - std::min(dropped, OpensNotTaken.size()));
     if (pCancelRunningOpen)
         pCancelRunningOpen->store(true);
 }
@@ -143,7 +149,19 @@ static bool TakeFront(std::mutex& Lock, std::deque<Result>& Queue, Result& Out)
 
 bool Jobs::TakeOpened(OpenResult& Out)
 {
-    return TakeFront(ResultLock, Opened, Out);
+    if (!TakeFront(ResultLock, Opened, Out))
+        return false;
+    std::lock_guard<std::mutex> hold(ResultLock);
+    const auto queued = std::find(OpensNotTaken.begin(), OpensNotTaken.end(), Out.Path);
+    if (queued != OpensNotTaken.end())
+        OpensNotTaken.erase(queued);
+    return true;
+}
+
+bool Jobs::IsOpeningOrQueued(const std::string& Path) const
+{
+    std::lock_guard<std::mutex> hold(ResultLock);
+    return std::find(OpensNotTaken.begin(), OpensNotTaken.end(), Path) != OpensNotTaken.end();
 }
 
 // --- Saving ---

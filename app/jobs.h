@@ -92,6 +92,8 @@ public:
     void CancelOpens();
     // One finished open, oldest first; false when none has finished.
     bool TakeOpened(OpenResult& Out);
+    // Path is queued, opening, or opened and not taken yet.
+    bool IsOpeningOrQueued(const std::string& Path) const;
 
     // --- Saving ---
     // False when a save is running already.
@@ -119,6 +121,7 @@ private:
     std::deque<OpenResult> Opened;
     std::deque<SaveResult> Saved;
     std::string OpeningName;
+    std::deque<std::string> OpensNotTaken;  // paths queued, in order, until their result is taken
     std::string SavingName;
 
     std::atomic<int> OpensPending{0};

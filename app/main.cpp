@@ -174,6 +174,8 @@ void HandleEvent(Program& App, PointerInput& Pointer, const SDL_Event& Event)
     case SDL_WINDOWEVENT:
         if (Event.window.event == SDL_WINDOWEVENT_LEAVE)
             App.pEditor->EventMouseOut();
+        else if (Event.window.event == SDL_WINDOWEVENT_FOCUS_GAINED)
+            CheckDiskChanges(App);
         break;
     case SDL_MOUSEWHEEL:
         if (!uiBusy && !IsEditorFrozen(App))

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "dialogs.h"
@@ -54,7 +55,14 @@ struct Program
     } LastEdit;
     Journal Recovery;
     // Journals waiting for their base file to open, by the base's path.
-    std::map<std::string, FoundJournal> PendingRestores;
+    struct PendingRestore
+    {
+        FoundJournal Found;
+        bool bOwnTab = false;  // the file's tab had edits of its own: a second tab
+    };
+    std::map<std::string, PendingRestore> PendingRestores;
+    // Journals the user chose to decide on later: not asked again in this run.
+    std::set<std::string> DeferredJournals;
     bool bQuit = false;
     int FramesToDraw = 3;  // draw this many more frames even when idle
     // Heights of the bars around the editor, in pixels, from the last frame.
@@ -89,10 +97,19 @@ bool IsEditorFrozen(const Program& App);
 // --- restore.cpp: the recovery journal's side of the program ---
 // Journals edit Serial of the active document (called after each edit).
 void JournalLastEdit(Program& App, size_t FramesBefore, double GainPercent);
-// Asks, for each journal a crashed run left, whether to restore it.
-void OfferRestores(Program& App);
-// A file just opened: replays the journal that waited for it, if any.
-void ReplayPendingRestore(Program& App, const std::string& Path);
+// Asks, for each journal a crashed run left (only those of OpenedPath when
+// given), whether to restore it.
+void OfferRestores(Program& App, const std::string& OpenedPath = "");
+// A file just opened: replays the journal that waited for it; false if none did.
+bool ReplayPendingRestore(Program& App, const std::string& Path);
+
+// --- disk_changes.cpp: files another program wrote while they were open ---
+// Notes the file document Id was opened from or saved to, as it is now.
+void NoteDiskStamp(Program& App, uint64_t Id, const std::string& Path);
+// Tells, once per change, of each open file another program wrote since.
+void CheckDiskChanges(Program& App);
+// Path is document Id's own file and another program wrote it since.
+bool ChangedOnDiskSince(Program& App, uint64_t Id, const std::string& Path);
 
 // --- status_bar.cpp ---
 void DrawStatusBar(Program& App);

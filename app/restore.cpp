@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <ctime>
 #include <filesystem>
 
 #include "glwaveedit.h"
@@ -30,17 +31,112 @@ std::string NameOf(const std::string& Path)
     return Path.empty() ? "an untitled document" : std::filesystem::path(Path).filename().string();
 }
 
+bool SameFile(const std::string& A, const std::string& B)
+{
+    std::error_code error;
+    return !A.empty() && !B.empty() && std::filesystem::equivalent(A, B, error);
+}
+
+std::string AbsolutePath(const std::string& Path)
+{
+    std::error_code error;
+    const std::filesystem::path absolute = std::filesystem::absolute(Path, error);
+    return error ? Path : absolute.lexically_normal().string();
+}
+
+// "14:05 on 2026-11-24", local time.
+std::string WhenText(int64_t UnixSec)
+{
+    const std::time_t when = static_cast<std::time_t>(UnixSec);
+    std::tm local = {};
+    localtime_r(&when, &local);
+    char text[64];
+    std::strftime(text, sizeof(text), "%H:%M on %Y-%m-%d", &local);
+    return text;
+}
+
+// Replays Found's edits onto the active document, which holds its base file
+// as it is on the disk, and goes on journalling into it.
+void ReplayOntoActive(Program& App, const FoundJournal& Found, const std::string& Where)
+{
+    GLWaveEdit& editor = *App.pEditor;
+    size_t replayed = 0;
+    for (const JournalEntry& entry : Found.Entries)
+        if (editor.ReplayEdit(entry.Kind, entry.StartFrame, entry.EndFrame, entry.Percent, entry.Inserted))
+            ++replayed;
+    App.Recovery.Adopt(editor.DocumentIdAt(editor.ActiveDocument()), Found);
+    if (replayed == Found.Entries.size())
+        App.Say("Restored " + std::to_string(replayed) + " edits of " + NameOf(Found.BasePath) + Where + ".");
+    else
+        App.Complain("Restored " + std::to_string(replayed) + " of " + std::to_string(Found.Entries.size()) +
+                     " edits of " + NameOf(Found.BasePath) + Where + "; the others did not apply.");
+}
+
+// The tab holding Path as this program last read or wrote it; -1 if none.
+int TabOfFile(Program& App, const std::string& Path)
+{
+    GLWaveEdit& editor = *App.pEditor;
+    for (int i = 0; i < editor.DocumentCount(); ++i)
+        if (SameFile(JournalBase(App.Docs.Info(editor.DocumentIdAt(i))), Path))
+            return i;
+    return -1;
+}
+
 void Restore(Program& App, const FoundJournal& Found)
 {
-    if (!Found.BasePath.empty())
+    GLWaveEdit& editor = *App.pEditor;
+    if (Found.BasePath.empty())
     {
-        App.PendingRestores[std::filesystem::absolute(Found.BasePath).lexically_normal().string()] = Found;
-        OpenPaths(App, {Found.BasePath});
+        editor.NewUntitledDocument();
+        ReplayOntoActive(App, Found, "");
         return;
     }
-    App.pEditor->NewUntitledDocument();
-    App.PendingRestores[""] = Found;
-    ReplayPendingRestore(App, "");
+    const std::string path = AbsolutePath(Found.BasePath);
+    const int tab = TabOfFile(App, path);
+    if (tab >= 0 && !App.Docs.IsModified(editor, editor.DocumentIdAt(tab)))
+    {
+        // The usual road back: the file was given again on the command line.
+        editor.ActivateDocument(tab);
+        ReplayOntoActive(App, Found, "");
+        return;
+    }
+    // A modified tab keeps its own edits: the restored document gets a tab of its own.
+    const bool ownTab = tab >= 0;
+    App.PendingRestores[path] = {Found, ownTab};
+    if (ownTab || !App.Work.IsOpeningOrQueued(path))
+        App.Work.QueueOpen(path);
+}
+
+void Ask(Program& App, const FoundJournal& Found)
+{
+    Question question;
+    question.Title = "Restore unsaved edits?";
+    question.Text = "GLWaveEdit did not end properly. " + std::to_string(Found.Entries.size()) +
+                    " unsaved edits of " + (Found.BasePath.empty() ? NameOf("") : Found.BasePath) +
+                    " can be restored (the last made at " + WhenText(Found.LastEditUnixSec) + ").";
+    if (Found.bBaseChanged)
+        question.Text += "\nCareful: " + Found.BasePath +
+                         " has changed since (its size or time differ). Replaying the edits on the changed "
+                         "file may not give what you had.";
+    question.Buttons = {Found.bBaseChanged ? "Restore anyway" : "Restore", "Discard", "Decide later"};
+    question.EscapeButton = 2;
+    // The question holds the journal's lock: no other program offers it meanwhile.
+    question.OnAnswer = [&App, Found](int Answer) {
+        if (Answer == 0)
+            Restore(App, Found);
+        else if (Answer == 1)
+        {
+            std::error_code error;
+            std::filesystem::remove(Found.Path, error);
+            App.Say("Discarded the unsaved edits of " + NameOf(Found.BasePath) + ".");
+        }
+        else
+        {
+            App.DeferredJournals.insert(Found.Path);
+            App.Say("The unsaved edits of " + NameOf(Found.BasePath) + " are kept; GLWaveEdit asks again at its next start.");
+        }
+    };
+    App.Prompts.Ask(std::move(question));
 }
 }  // namespace
 
@@ -71,51 +167,25 @@ void JournalLastEdit(Program& App, size_t FramesBefore, double GainPercent)
     App.Recovery.Record(id, JournalBase(App.Docs.Info(id)), std::move(entry));
 }
 
-void OfferRestores(Program& App)
+void OfferRestores(Program& App, const std::string& OpenedPath)
 {
-    for (const FoundJournal& found : Journal::FindOrphans())
-    {
-        Question question;
-        question.Title = "Restore unsaved edits?";
-        question.Text = "GLWaveEdit did not end properly. " + std::to_string(found.Entries.size()) +
-                        " unsaved edits of " + NameOf(found.BasePath) + " can be restored.";
-        if (found.bBaseChanged)
-            question.Text += "\nCareful: " + found.BasePath +
-                             " has changed since (its size or time differ). Replaying the edits on the changed "
-                             "file may not give what you had.";
-        question.Buttons = {found.bBaseChanged ? "Restore anyway" : "Restore", "Discard", "Decide later"};
-        question.EscapeButton = 2;
-        question.OnAnswer = [&App, found](int Answer) {
-            if (Answer == 0)
-                Restore(App, found);
-            else if (Answer == 1)
-            {
-                std::error_code error;
-                std::filesystem::remove(found.Path, error);
-                App.Say("Discarded the unsaved edits of " + NameOf(found.BasePath) + ".");
-            }
-        };
-        App.Prompts.Ask(std::move(question));
-    }
+    const auto wanted = [&App, &OpenedPath](const std::string& JournalPath, const std::string& BasePath) {
+        return !App.DeferredJournals.count(JournalPath) && (OpenedPath.empty() || SameFile(BasePath, OpenedPath));
+    };
+    for (const FoundJournal& found : Journal::FindOrphans(wanted))
+        Ask(App, found);
 }
 
-void ReplayPendingRestore(Program& App, const std::string& Path)
+bool ReplayPendingRestore(Program& App, const std::string& Path)
 {
-    const auto pending = App.PendingRestores.find(Path);
+    auto pending = App.PendingRestores.begin();
+    while (pending != App.PendingRestores.end() && pending->first != Path && !SameFile(pending->first, Path))
+        ++pending;
     if (pending == App.PendingRestores.end())
-        return;
-    const FoundJournal found = pending->second;
+        return false;
+    const Program::PendingRestore restore = pending->second;
     App.PendingRestores.erase(pending);
-    GLWaveEdit& editor = *App.pEditor;
-    size_t replayed = 0;
-    for (const JournalEntry& entry : found.Entries)
-        if (editor.ReplayEdit(entry.Kind, entry.StartFrame, entry.EndFrame, entry.Percent, entry.Inserted))
-            ++replayed;
-    // The journal goes on, now for this run's tab.
-    App.Recovery.Adopt(editor.DocumentIdAt(editor.ActiveDocument()), found);
-    if (replayed == found.Entries.size())
-        App.Say("Restored " + std::to_string(replayed) + " edits of " + NameOf(found.BasePath) + ".");
-    else
-        App.Complain("Restored " + std::to_string(replayed) + " of " + std::to_string(found.Entries.size()) +
-                     " edits of " + NameOf(found.BasePath) + "; the others did not apply.");
+    ReplayOntoActive(App, restore.Found,
+                     restore.bOwnTab ? " into a tab of its own (the tab already open had edits of its own)" : "");
+    return true;
 }

@@ -3,11 +3,22 @@
 
 #include "session.h"
 
+#include <sys/stat.h>
+
 #include <filesystem>
 
 #include "glwaveedit.h"
 
 // --- Bookkeeping ---
+
+FileStamp FileStamp::Of(const std::string& Path)
+{
+    struct stat info = {};
+    if (Path.empty() || stat(Path.c_str(), &info) != 0)
+        return {};
+    return {static_cast<uint64_t>(info.st_size),
+            static_cast<int64_t>(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec};
+}
 
 const DocumentInfo* Session::Find(uint64_t Id) const
 {

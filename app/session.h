@@ -12,6 +12,17 @@
 
 class GLWaveEdit;
 
+// What tells that a file changed: its size and modification time.
+struct FileStamp
+{
+    uint64_t Size = 0;
+    int64_t ModifiedNs = 0;
+    // Zeros for a file that is not there.
+    static FileStamp Of(const std::string& Path);
+    bool operator==(const FileStamp& Other) const { return Size == Other.Size && ModifiedNs == Other.ModifiedNs; }
+    bool operator!=(const FileStamp& Other) const { return !(*this == Other); }
+};
+
 struct DocumentInfo
 {
     std::string SourcePath;     // the file it was opened from; "" for an untitled one
@@ -19,6 +30,10 @@ struct DocumentInfo
     uint64_t SavedStateId = 0;  // the editor's EditStateId when last opened or saved
     std::string FormatSummary;  // "MP3, 44100 Hz, stereo, 3:25.412"
     std::map<std::string, std::string> Tags;  // carried over to saved files
+    // The file it was opened from or last saved to, as this program left it:
+    // another program writing it afterwards is told once, and a save over it asks.
+    FileStamp DiskStamp;
+    bool bToldChangedOnDisk = false;
 };
 
 class Session

@@ -77,6 +77,13 @@ void DrawStatusBar(Program& App)
             ImGui::TextUnformatted(progress.c_str());
             ImGui::SameLine();
         }
+        // Stays while edits are not on the disk, whatever else is said.
+        const std::string unprotected = App.Recovery.Problem();
+        if (!unprotected.empty())
+        {
+            ImGui::TextColored(kErrorColour, "%s", unprotected.c_str());
+            ImGui::SameLine();
+        }
         if (App.Status.bError)
             ImGui::TextColored(kErrorColour, "%s", App.Status.Text.c_str());
         else

@@ -277,37 +277,45 @@ TEST(BatchMode, OptionsAreCheckedAndFailuresSayWhyWithAnExitStatus)
     EXPECT_NE(headless.find("rc=1"), std::string::npos) << headless;
 }
 
-TEST_F(DesktopProgram, FiveEditsComeBackSampleForSampleAfterTheProgramIsKilled)
+TEST_F(DesktopProgram, EditsComeBackAfterAKillHoweverTheProgramIsStartedAgain)
 {
     const std::string source = MakeFfmpegFixture("journal.wav", "-f lavfi -i sine=f=523:d=2 -ac 2 -ar 48000");
+    const std::string other = MakeFfmpegFixture("other.wav", "-f lavfi -i sine=f=330:d=1 -ac 2 -ar 48000");
     const std::string expected = ScratchPath("journal-expected.wav");
-    const std::string restored = ScratchPath("journal-restored.wav");
     fs::remove(expected);
-    fs::remove(restored);
     // The same five edits in the batch mode: the cut of everything and its
     // paste at the start give the frames back, so three gains remain.
     ASSERT_EQ(RunShell("'" + Program() + "' '" + source + "' --gain 90 --gain 90 --gain 110 --save '" + expected +
                        "' 2>/dev/null"),
               0);
+    // Started again on the same file (its tab takes the edits), without a
+    // file, and on another file, each at once after the kill.
+    const std::vector<std::vector<std::string>> roads = {{source}, {}, {other}};
+    for (size_t road = 0; road < roads.size(); ++road)
     {
-        RunningProgram first(Display, {source}, Home);
-        ASSERT_TRUE(first.WaitForTitle("journal.wav", 20.0));
-        for (const char* keys : {"ctrl+a", "ctrl+Down", "ctrl+Down", "ctrl+x", "ctrl+v", "ctrl+Up"})
-            first.Key(keys);
-        ASSERT_TRUE(first.WaitForTitle("* journal.wav", 5.0)) << first.Title();
-        SleepSeconds(1.0);  // within a second, the journal is on the disk
-    }  // killed with SIGKILL here
+        SCOPED_TRACE("road " + std::to_string(road));
+        const std::string restored = ScratchPath("journal-restored-" + std::to_string(road) + ".wav");
+        fs::remove(restored);
+        {
+            RunningProgram first(Display, {source}, Home);
+            ASSERT_TRUE(first.WaitForTitle("journal.wav", 20.0));
+            for (const char* keys : {"ctrl+a", "ctrl+Down", "ctrl+Down", "ctrl+x", "ctrl+v", "ctrl+Up"})
+                first.Key(keys);
+            ASSERT_TRUE(first.WaitForTitle("* journal.wav", 5.0)) << first.Title();
+            SleepSeconds(1.0);  // within a second, the journal is on the disk
+        }  // killed with SIGKILL here
 
-    RunningProgram second(Display, {}, Home);
-    ASSERT_FALSE(second.WindowId.empty());
-    second.Key("Return");  // "Restore", the question's default
-    ASSERT_TRUE(second.WaitForTitle("* journal.wav", 20.0)) << second.Title();
-    second.Key("ctrl+s");
-    second.Key("ctrl+a");  // the path field holds the suggestion: replace it
-    second.Xdotool("type --delay 5 '" + restored + "'");
-    second.Key("Return");
-    ASSERT_TRUE(WaitForFile(restored, 20.0));
-    ASSERT_TRUE(second.WaitForExactTitle("journal.wav - GLWaveEdit", 20.0)) << second.Title();
-    // 32-bit float WAV holds the samples exactly: equal files, equal frames.
-    EXPECT_TRUE(ReadBytes(restored) == ReadBytes(expected));
+        RunningProgram second(Display, roads[road], Home);
+        ASSERT_FALSE(second.WindowId.empty());
+        second.Key("Return");  // "Restore", the question's default
+        ASSERT_TRUE(second.WaitForTitle("* journal.wav", 20.0)) << second.Title();
+        second.Key("ctrl+s");
+        second.Key("ctrl+a");  // the path field holds the suggestion: replace it
+        second.Xdotool("type --delay 5 '" + restored + "'");
+        second.Key("Return");
+        ASSERT_TRUE(WaitForFile(restored, 20.0));
+        ASSERT_TRUE(second.WaitForExactTitle("journal.wav - GLWaveEdit", 20.0)) << second.Title();
+        // 32-bit float WAV holds the samples exactly: equal files, equal frames.
+        EXPECT_TRUE(ReadBytes(restored) == ReadBytes(expected));
+    }
 }
