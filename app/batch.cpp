@@ -95,7 +95,7 @@ void AdoptOpened(GLWaveEdit& Editor, Session& Docs, OpenResult& Opened)
     if (Opened.bPrepared)
         Editor.AdoptPreparedDocument(Opened.Path, std::move(Opened.Prepared));
     else
-        Editor.AdoptDecodedDocument(Opened.Path, std::move(Opened.Audio.Frames), std::move(Opened.Audio.Spare));
+        Editor.AdoptDecodedDocument(Opened.Path, std::move(Opened.Audio.Frames));
     DocumentInfo& info = Docs.Info(Editor.DocumentIdAt(Editor.ActiveDocument()));
     info.SourcePath = Opened.Path;
     info.FormatSummary = Opened.Format;

@@ -111,7 +111,6 @@ void Jobs::RunOpen(const std::string& Path)
     DecodeControl control;
     control.pCancel = cancel.get();
     control.pProgress = &OpenFraction;
-    control.bSpareBuffer = true;  // the record's room, faulted in while decoding
     if (MaxDecodedBytes > 0)
         control.MaxDecodedBytes = MaxDecodedBytes;
     result.bOk = DecodeAudioFile(Path, control, result.Audio, &result.Error);
@@ -121,7 +120,7 @@ void Jobs::RunOpen(const std::string& Path)
     if (result.bOk && bPrepareDocuments)
     {
         result.Prepared =
-            GLWaveEdit::PrepareForAdoption(std::move(result.Audio.Frames), std::move(result.Audio.Spare));
+            GLWaveEdit::PrepareForAdoption(std::move(result.Audio.Frames));
         result.bPrepared = true;
     }
     {

@@ -108,8 +108,8 @@ public:
 
     // A bound on decoded size for opening, settable (0 keeps the decoder's own).
     uint64_t MaxDecodedBytes = 0;
-    // Make the tab's record copy and waveform summary on the worker too, so
-    // that taking the document in only moves memory on the frame thread.
+    // Make the tab's waveform summary on the worker too, so that taking the
+    // document in only moves memory on the frame thread.
     bool bPrepareDocuments = false;
     // Called on a worker after a result is ready and the state says so; set
     // before the first job. The frame loop sleeps while nothing moves, so

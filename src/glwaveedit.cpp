@@ -119,9 +119,16 @@ static void CopyField(std::vector<float>& Target, const std::vector<float>& Sour
     AssignFloats(Target, Source);
 }
 
-// Mirror and record hold the same twelve fields: this copies all of them, in
-// one fixed order, one way or the other. The raw selection pair is kept.
-void GLWaveEdit::CopyMirrorAndRecord(AudioDocument& Record, bool bIntoRecord, bool bWithFrames)
+// Mirror and record hold the same twelve fields: this copies them, in one
+// fixed order, one way or the other. The raw selection pair is kept.
+//
+// The frames exist once. Nothing outside the class reads a record, the
+// active document's record is read only when that document is loaded again,
+// and every load is preceded by a store of the document being left. So the
+// active record notes that the mirror holds its frames, and they move into
+// the record only when the document is left (ParkActiveFrames): the record
+// then holds exactly what a copy at every store would have left there.
+void GLWaveEdit::CopyMirrorAndRecord(AudioDocument& Record, bool bIntoRecord)
 {
     const auto copy = [bIntoRecord](auto& MirrorField, auto& RecordField) {
         if (bIntoRecord)
@@ -131,8 +138,17 @@ void GLWaveEdit::CopyMirrorAndRecord(AudioDocument& Record, bool bIntoRecord, bo
     };
     copy(SourceFilePath, Record.SourceFilePath);
     copy(ExternalPeaks, Record.ExternalPeaks);
-    if (bWithFrames)
-        copy(PcmFrames, Record.PcmFrames);
+    if (bIntoRecord && !Record.bFramesInMirror)
+    {
+        std::vector<float>().swap(Record.PcmFrames);
+        Record.bFramesInMirror = true;
+    }
+    else if (!bIntoRecord && !Record.bFramesInMirror)
+    {
+        PcmFrames = std::move(Record.PcmFrames);
+        Record.PcmFrames = std::vector<float>();
+        Record.bFramesInMirror = true;
+    }
     copy(PcmSampleRate, Record.PcmSampleRate);
     copy(PcmChannels, Record.PcmChannels);
     copy(DurationSec, Record.DurationSec);
@@ -151,12 +167,31 @@ void GLWaveEdit::StoreActiveDocument()
     CopyMirrorAndRecord(Documents[static_cast<size_t>(ActiveDocumentIndex)], true);
 }
 
+void GLWaveEdit::ParkActiveFrames()
+{
+    if (ActiveDocumentIndex < 0 || ActiveDocumentIndex >= static_cast<int>(Documents.size()))
+        return;
+    AudioDocument& record = Documents[static_cast<size_t>(ActiveDocumentIndex)];
+    if (!record.bFramesInMirror)
+        return;
+    record.PcmFrames = std::move(PcmFrames);
+    PcmFrames = std::vector<float>();
+    record.bFramesInMirror = false;
+}
+
+const std::vector<float>& GLWaveEdit::RecordFrames(int Index) const
+{
+    const AudioDocument& record = Documents.at(static_cast<size_t>(Index));
+    return record.bFramesInMirror ? PcmFrames : record.PcmFrames;
+}
+
 void GLWaveEdit::LoadActiveDocument(int Index)
 {
     if (Index < 0 || Index >= static_cast<int>(Documents.size()))
         return;
     StoreActiveDocument();
     StopPlayback();
+    ParkActiveFrames();
     ActiveDocumentIndex = Index;
     CopyMirrorAndRecord(Documents[static_cast<size_t>(Index)], false);
     bViewInitialized = true;
@@ -170,6 +205,7 @@ void GLWaveEdit::NewUntitledDocument()
 {
     StoreActiveDocument();
     StopPlayback();
+    ParkActiveFrames();
     SourceFilePath = "Untitled-" + std::to_string(UntitledCounter) + ".ogg";
     ++UntitledCounter;
     ExternalPeaks.clear();
@@ -198,6 +234,7 @@ void GLWaveEdit::NewUntitledDocument()
     record.ViewStartSec = ViewStartSec;
     record.ViewEndSec = ViewEndSec;
     record.bUsePcmFrames = true;
+    record.bFramesInMirror = true;
     Documents.push_back(std::move(record));
     AppendDocumentId();
     ActiveDocumentIndex = static_cast<int>(Documents.size()) - 1;
@@ -422,6 +459,7 @@ void GLWaveEdit::SetExternalPeakWaveform(const std::string& Path, const std::vec
 {
     StoreActiveDocument();
     StopPlayback();
+    ParkActiveFrames();
     SourceFilePath = Path;
     AssignFloats(ExternalPeaks, Peaks);
     bUseExternalPeaks = !ExternalPeaks.empty();
@@ -445,15 +483,13 @@ void GLWaveEdit::SetExternalPeakWaveform(const std::string& Path, const std::vec
         DurationSec = DurationSeconds > 0.0 ? DurationSeconds : 0.0;
     }
 
-    FinishOpenedDocument(nullptr);
+    FinishOpenedDocument();
 }
 
 // What opening does once the mirror holds the new document's audio: a fresh
 // position and selection, the whole document in view, a new record appended
-// and made active. Shared with AdoptDecodedDocument, which may bring memory
-// for the record's frames (pRecordStorage: its capacity, or with
-// bStorageHoldsFrames a copy of the frames made elsewhere).
-void GLWaveEdit::FinishOpenedDocument(std::vector<float>* pRecordStorage, bool bStorageHoldsFrames)
+// and made active. Shared with AdoptDecodedDocument.
+void GLWaveEdit::FinishOpenedDocument()
 {
     CurrentTimeSec = 0.0;
     PreviewTimeSec = 0.0;
@@ -465,15 +501,9 @@ void GLWaveEdit::FinishOpenedDocument(std::vector<float>* pRecordStorage, bool b
     bViewInitialized = true;
 
     Documents.emplace_back();
-    if (pRecordStorage)
-    {
-        Documents.back().PcmFrames.swap(*pRecordStorage);
-        if (!bStorageHoldsFrames)
-            Documents.back().PcmFrames.clear();
-    }
     AppendDocumentId();
     ActiveDocumentIndex = static_cast<int>(Documents.size()) - 1;
-    CopyMirrorAndRecord(Documents.back(), true, !(pRecordStorage && bStorageHoldsFrames));
+    CopyMirrorAndRecord(Documents.back(), true);
     SignalActiveDocumentChanged.emit(SourceFilePath);
 }
 

@@ -103,6 +103,9 @@ private:
         double SelectionEndSec = 0.0;
         bool bUseExternalPeaks = false;
         bool bUsePcmFrames = false;
+        // The document is active and its frames are the mirror's: PcmFrames
+        // above stays empty until the document is left (see RecordFrames).
+        bool bFramesInMirror = false;
 
         AudioDocument() = default;
         AudioDocument(AudioDocument&&) noexcept = default;
@@ -258,10 +261,14 @@ private:
     void CloseDocument(int Index);
     void StoreActiveDocument();
     void LoadActiveDocument(int Index);
-    void CopyMirrorAndRecord(AudioDocument& Record, bool bIntoRecord, bool bWithFrames = true);
-    // The shared tail of opening a document; bStorageHoldsFrames: the storage
-    // is a copy of the frames already, and becomes the record's as it is.
-    void FinishOpenedDocument(std::vector<float>* pRecordStorage, bool bStorageHoldsFrames = false);
+    void CopyMirrorAndRecord(AudioDocument& Record, bool bIntoRecord);
+    // The active document is left: its frames move from the mirror into its
+    // record, before anything changes the mirror.
+    void ParkActiveFrames();
+    // The frames of record Index: the mirror's while it is the active one.
+    const std::vector<float>& RecordFrames(int Index) const;
+    // The shared tail of opening a document.
+    void FinishOpenedDocument();
     void TakeAdoptedFrames(const std::string& Path, std::vector<float>&& Frames);
     void AppendDocumentId();
     uint64_t ActiveDocumentId() const;  // 0 with no active document
@@ -394,24 +401,16 @@ public:
     // after its own decode, with the same steps, state and signals. Frames are
     // interleaved float at 48000 Hz, 2 channels, and are moved in, not copied;
     // empty Frames give a tab without PCM, as a failed decode does.
-    // RecordStorage, when its capacity holds the frames, becomes the memory
-    // of the tab's record, so that a host can have those pages touched on a
-    // thread of its own: the copy into the record then costs a memcpy only.
-    void AdoptDecodedDocument(const std::string& Path, std::vector<float>&& Frames,
-                              std::vector<float>&& RecordStorage = std::vector<float>());
+    void AdoptDecodedDocument(const std::string& Path, std::vector<float>&& Frames);
     // Everything of an adoption that does not need the editor, made on any
-    // thread: the record's copy of the frames and the waveform summary. The
-    // adoption then only moves memory, so that a host's frame thread does
-    // not stall for the copy and the summary of an hour.
+    // thread: the waveform summary. The adoption then only moves memory, so
+    // that a host's frame thread does not stall for the summary of an hour.
     struct PreparedDocument
     {
-        std::vector<float> Frames;      // as AdoptDecodedDocument takes them
-        std::vector<float> RecordCopy;  // equal to Frames
-        WaveSummary Summary;            // of Frames
+        std::vector<float> Frames;  // as AdoptDecodedDocument takes them
+        WaveSummary Summary;        // of Frames
     };
-    // RecordStorage is used as in AdoptDecodedDocument.
-    static PreparedDocument PrepareForAdoption(std::vector<float>&& Frames,
-                                               std::vector<float>&& RecordStorage = std::vector<float>());
+    static PreparedDocument PrepareForAdoption(std::vector<float>&& Frames);
     // AdoptDecodedDocument with what PrepareForAdoption made: the same steps,
     // state and signals. Parts that do not fit the frames are made here.
     void AdoptPreparedDocument(const std::string& Path, PreparedDocument&& Document);

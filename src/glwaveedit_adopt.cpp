@@ -1,12 +1,10 @@
 // GLWaveEdit extension: a document decoded elsewhere (on a worker thread of
 // the host, say) comes in as SetExternalPeakWaveform's own decode would, but
 // without a second decode and without a copy of its frames. Prepared, it
-// brings the record's copy and the waveform summary made on that thread too.
+// brings the waveform summary made on that thread too.
 
 #include "glwaveedit.h"
 #include "large_buffer.h"
-
-using LargeBuffer::AssignFloats;
 
 // The frames' format: what the editor's own decode gives.
 static constexpr int kAdoptedSampleRate = 48000;
@@ -17,6 +15,7 @@ void GLWaveEdit::TakeAdoptedFrames(const std::string& Path, std::vector<float>&&
 {
     StoreActiveDocument();
     StopPlayback();
+    ParkActiveFrames();
     SourceFilePath = Path;
     ExternalPeaks.clear();
     bUseExternalPeaks = false;
@@ -36,24 +35,19 @@ void GLWaveEdit::TakeAdoptedFrames(const std::string& Path, std::vector<float>&&
     }
 }
 
-void GLWaveEdit::AdoptDecodedDocument(const std::string& Path, std::vector<float>&& Frames,
-                                      std::vector<float>&& RecordStorage)
+void GLWaveEdit::AdoptDecodedDocument(const std::string& Path, std::vector<float>&& Frames)
 {
     TakeAdoptedFrames(Path, std::move(Frames));
-    std::vector<float> storage = std::move(RecordStorage);
-    FinishOpenedDocument(storage.capacity() >= PcmFrames.size() ? &storage : nullptr);
+    FinishOpenedDocument();
 }
 
-GLWaveEdit::PreparedDocument GLWaveEdit::PrepareForAdoption(std::vector<float>&& Frames,
-                                                            std::vector<float>&& RecordStorage)
+GLWaveEdit::PreparedDocument GLWaveEdit::PrepareForAdoption(std::vector<float>&& Frames)
 {
     PreparedDocument prepared;
     prepared.Frames = std::move(Frames);
-    prepared.RecordCopy = std::move(RecordStorage);
     prepared.Frames.resize(prepared.Frames.size() - prepared.Frames.size() % kAdoptedChannels);
     if (prepared.Frames.empty())
         return prepared;
-    AssignFloats(prepared.RecordCopy, prepared.Frames);
     prepared.Summary.Build(prepared.Frames.data(), static_cast<int64_t>(prepared.Frames.size() / kAdoptedChannels),
                            kAdoptedChannels);
     return prepared;
@@ -62,9 +56,7 @@ GLWaveEdit::PreparedDocument GLWaveEdit::PrepareForAdoption(std::vector<float>&&
 void GLWaveEdit::AdoptPreparedDocument(const std::string& Path, PreparedDocument&& Document)
 {
     TakeAdoptedFrames(Path, std::move(Document.Frames));
-    const bool bCopyFits = bUsePcmFrames && Document.RecordCopy.size() == PcmFrames.size();
-    std::vector<float> storage = std::move(Document.RecordCopy);
-    FinishOpenedDocument(bCopyFits || storage.capacity() >= PcmFrames.size() ? &storage : nullptr, bCopyFits);
+    FinishOpenedDocument();
     // The summary comes in already built, unless a signal handler asked for one meanwhile.
     const WaveSummary& summary = Document.Summary;
     const uint64_t id = ActiveDocumentId();

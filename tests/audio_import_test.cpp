@@ -112,8 +112,8 @@ TEST(AudioImport, SamePathTwiceGivesTwoTabsAndThePreviousSelectionStaysInItsReco
     EXPECT_EQ(log.Lines, (Lines{"active " + path, "active " + path}));
     ASSERT_TRUE(Access::Documents(editor).size() == 3u && Access::ActiveDocumentIndex(editor) == 2);
     EXPECT_EQ(Access::Document(editor, 0).SelectionStartSec, 0.3);
-    EXPECT_FALSE(Access::Document(editor, 1).PcmFrames.empty());
-    EXPECT_EQ(Access::Document(editor, 1).PcmFrames, Access::Document(editor, 2).PcmFrames);
+    EXPECT_FALSE(Access::RecordFrames(editor, 1).empty());
+    EXPECT_EQ(Access::RecordFrames(editor, 1), Access::RecordFrames(editor, 2));
     EXPECT_TRUE(Access::bUsePcmFrames(editor) && Access::bUseExternalPeaks(editor));
     EXPECT_FALSE(editor.HasSelection());
 }

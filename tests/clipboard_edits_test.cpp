@@ -54,7 +54,7 @@ TEST(ClipboardEdits, CutMovesTheRangeToTheClipboardAndPasteAtTheHoverBringsItBac
     EXPECT_EQ(r.Editor.DurationSec, 3.0);  // 144000 / 48000
     EXPECT_EQ(r.Raw(), (std::pair{1.0, 1.0}));
     const auto& record = Access::Document(r.Editor, 0);
-    EXPECT_TRUE(record.PcmFrames == r.Frames() && record.DurationSec == 3.0 && record.SelectionStartSec == 1.0 &&
+    EXPECT_TRUE(Access::RecordFrames(r.Editor, 0) == r.Frames() && record.DurationSec == 3.0 && record.SelectionStartSec == 1.0 &&
                 record.SelectionEndSec == 1.0);
     EXPECT_EQ(Access::ExternalPeaks(r.Editor), (std::vector<float>{0.5f, 0.25f}));
     r.Log.Clear();
@@ -142,7 +142,7 @@ TEST(ClipboardEdits, OneClipboardServesEveryDocumentAndOutlivesItsSource)
     r.Editor.RequestPasteAtSelection();
     ASSERT_EQ(r.FrameCount(), 48000u);
     EXPECT_EQ(r.Lefts({24000}), std::vector<float>{48000});
-    EXPECT_EQ(Access::Document(r.Editor, 0).PcmFrames, r.Frames());
+    EXPECT_EQ(Access::RecordFrames(r.Editor, 0), r.Frames());
     EXPECT_EQ(r.Log.Lines, (Lines{"edit paste 0.000000 0.500000", "selection 0.000000 0.500000",
                                   "edit paste 0.500000 1.000000", "selection 0.500000 1.000000"}));
 }

@@ -2,6 +2,8 @@
 // active document's state in the mirror and each tab's in its record.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
 #include <tuple>
 
 #include "test_support.h"
@@ -21,7 +23,7 @@ State Mirror(GLWaveEdit& E)
 State Record(GLWaveEdit& E, int Index)
 {
     const auto& d = Access::Document(E, Index);
-    return {d.SourceFilePath, d.PcmFrames.size(), d.DurationSec, d.ViewStartSec, d.ViewEndSec,
+    return {d.SourceFilePath, Access::RecordFrames(E, Index).size(), d.DurationSec, d.ViewStartSec, d.ViewEndSec,
             d.SelectionStartSec, d.SelectionEndSec};
 }
 
@@ -134,4 +136,136 @@ TEST_F(ThreeDocuments, SwitchingAwayAndBackKeepsABackwardSelectionAndStartsThePl
     Access::LoadActiveDocument(Editor, 3);
     Access::CloseDocument(Editor, 3);
     EXPECT_TRUE(Editor.CurrentTimeSec == 0.5 && Access::Documents(Editor).size() == 3u && Log.Lines.empty());
+}
+
+// Each document's frames exist once: the active one's are the mirror's, and
+// move into its record only when it is left. Random opens, new tabs,
+// switches (to the active tab too), closes, edits, undos and redos over up to
+// three documents are followed by a model that keeps every document's frames
+// apart, as if each store copied them; after every step each record holds
+// exactly the model's frames, and the active record holds none of its own.
+TEST(DocumentStore, RecordsHoldEveryDocumentsFramesOnceThroughRandomTabsAndEdits)
+{
+    struct ModelDocument
+    {
+        std::string Path;
+        std::vector<float> Frames;
+        std::vector<std::vector<float>> Undo, Redo;
+    };
+    for (const unsigned seed : {7u, 2024u})
+    {
+        TestHost host;
+        GLWaveEdit editor;
+        editor.EnableEditHistory(size_t(1) << 30);
+        editor.NewUntitledDocument();
+        std::vector<ModelDocument> docs{{"Untitled-1.ogg", {}, {}, {}}};
+        int active = 0, untitled = 2, opened = 0;
+        std::vector<float> clipboard;
+        std::mt19937 random(seed);
+        const auto pick = [&random](int Count) { return static_cast<int>(random() % static_cast<unsigned>(Count)); };
+        for (int step = 0; step < 1500; ++step)
+        {
+            ModelDocument& doc = docs[static_cast<size_t>(active)];
+            const int frames = static_cast<int>(doc.Frames.size() / 2);
+            const int what = pick(10);
+            const bool canEdit = frames >= 2;
+            int a = canEdit ? pick(frames) : 0, b = canEdit ? pick(frames + 1) : 0;
+            if (a > b)
+                std::swap(a, b);
+            b = std::max(b, a + 1);
+            const auto select = [&] { editor.SetHostedSelection(a / 48000.0, b / 48000.0); };
+            const auto edit = [&](std::vector<float> Next) {
+                doc.Undo.push_back(doc.Frames);
+                doc.Redo.clear();
+                doc.Frames = std::move(Next);
+            };
+            std::vector<float> next = doc.Frames;
+            if (what == 0 && docs.size() < 3)
+            {
+                // Ramps of their own scale: every document and frame differs.
+                const std::string path = "doc" + std::to_string(++opened) + ".wav";
+                std::vector<float> ramp = RampFrames(static_cast<size_t>(2000 + pick(4000)), 1e-5f * opened);
+                docs.push_back({path, ramp, {}, {}});
+                editor.AdoptDecodedDocument(path, std::move(ramp));
+                active = static_cast<int>(docs.size()) - 1;
+            }
+            else if (what == 1 && docs.size() < 3)
+            {
+                editor.NewUntitledDocument();
+                docs.push_back({"Untitled-" + std::to_string(untitled++) + ".ogg", {}, {}, {}});
+                active = static_cast<int>(docs.size()) - 1;
+            }
+            else if (what == 2)
+            {
+                active = pick(static_cast<int>(docs.size()));
+                Access::LoadActiveDocument(editor, active);  // as a click on a tab, the active one too
+            }
+            else if (what == 3 && docs.size() > 1)
+            {
+                const int closing = pick(static_cast<int>(docs.size()));
+                editor.CloseDocumentAt(closing);
+                docs.erase(docs.begin() + closing);
+                const int last = static_cast<int>(docs.size()) - 1;
+                active = closing == active ? std::min(closing, last) : active - (active > closing ? 1 : 0);
+            }
+            else if (what == 4 && canEdit)
+            {
+                select();
+                editor.RequestCutSelection();
+                clipboard.assign(next.begin() + 2 * a, next.begin() + 2 * b);
+                next.erase(next.begin() + 2 * a, next.begin() + 2 * b);
+                edit(next);
+            }
+            else if (what == 5 && canEdit)
+            {
+                select();
+                editor.RequestDeleteSelection();
+                next.erase(next.begin() + 2 * a, next.begin() + 2 * b);
+                edit(next);
+            }
+            else if (what == 6 && canEdit && !clipboard.empty())
+            {
+                select();
+                editor.RequestPasteAtSelection();
+                next.erase(next.begin() + 2 * a, next.begin() + 2 * b);
+                next.insert(next.begin() + 2 * a, clipboard.begin(), clipboard.end());
+                edit(next);
+            }
+            else if (what == 7 && canEdit)
+            {
+                const double percent = pick(2) ? 150.0 : 50.0;
+                select();
+                ASSERT_TRUE(editor.ApplyGainPercent(percent));
+                for (int i = 2 * a; i < 2 * b; ++i)
+                    next[static_cast<size_t>(i)] =
+                        std::clamp(next[static_cast<size_t>(i)] * static_cast<float>(percent / 100.0), -1.0f, 1.0f);
+                edit(next);
+            }
+            else if (what == 8 && !doc.Undo.empty())
+            {
+                ASSERT_TRUE(editor.Undo());
+                doc.Redo.push_back(doc.Frames);
+                doc.Frames = doc.Undo.back();
+                doc.Undo.pop_back();
+            }
+            else if (what == 9 && !doc.Redo.empty())
+            {
+                ASSERT_TRUE(editor.Redo());
+                doc.Undo.push_back(doc.Frames);
+                doc.Frames = doc.Redo.back();
+                doc.Redo.pop_back();
+            }
+            const std::string where = "seed " + std::to_string(seed) + ", step " + std::to_string(step) + ", kind " +
+                                      std::to_string(what);
+            ASSERT_EQ(editor.DocumentCount(), static_cast<int>(docs.size())) << where;
+            ASSERT_EQ(editor.ActiveDocument(), active) << where;
+            ASSERT_TRUE(Access::PcmFrames(editor) == docs[static_cast<size_t>(active)].Frames) << where;
+            EXPECT_EQ(Access::Document(editor, active).PcmFrames.capacity(), 0u) << where;
+            for (int i = 0; i < editor.DocumentCount(); ++i)
+            {
+                ASSERT_EQ(Access::Document(editor, i).SourceFilePath, docs[static_cast<size_t>(i)].Path) << where;
+                ASSERT_TRUE(Access::RecordFrames(editor, i) == docs[static_cast<size_t>(i)].Frames) << where << ", tab " << i;
+            }
+        }
+    }
 }

@@ -91,7 +91,7 @@ TEST(Gain, SelectionFromOneToTwoSecondsScalesFrames48000To95999AndClamps)
     EXPECT_EQ(r.Log.Lines, (Lines{"edit gain 200.000000% 1.000000 2.000000"}));
     EXPECT_TRUE(Access::SelectionStartValueSec(r.Editor) == 2.0 && Access::SelectionEndValueSec(r.Editor) == 1.0);
     EXPECT_EQ(r.Editor.DurationSec, 4.0);
-    EXPECT_EQ(Access::Document(r.Editor, 0).PcmFrames, r.Frames());
+    EXPECT_EQ(Access::RecordFrames(r.Editor, 0), r.Frames());
     EXPECT_TRUE(r.Editor.ApplyGainPercent(50.0, nullptr));  // the same span again: 1.0 * 0.5
     EXPECT_EQ(r.Mismatches(48000, 96000, 0.5f, 0.75f), 0u);
 }

@@ -489,7 +489,7 @@ private:
         Access::StoreActiveDocument(Editor);
         const auto& record = Access::Document(Editor, active);
         EXPECT_EQ(record.SourceFilePath, Editor.SourcePath()) << Where();
-        EXPECT_TRUE(SameFloats(record.PcmFrames, Access::PcmFrames(Editor))) << Where();
+        EXPECT_TRUE(SameFloats(Access::RecordFrames(Editor, active), Access::PcmFrames(Editor))) << Where();
         EXPECT_TRUE(SameFloats(record.ExternalPeaks, Access::ExternalPeaks(Editor))) << Where();
         EXPECT_EQ(record.PcmSampleRate, Access::PcmSampleRate(Editor)) << Where();
         EXPECT_EQ(record.PcmChannels, Access::PcmChannels(Editor)) << Where();

@@ -130,8 +130,10 @@ struct GLWaveEditTestAccess
     GLWE_CALL(RefreshRenderColumns)
 #undef GLWE_CALL
 
-    // A document record's fields, read by index.
+    // A document record's fields, read by index; its frames only through
+    // RecordFrames (the active record's are the mirror's).
     static const auto& Document(E& Editor, int Index) { return Editor.Documents.at(static_cast<size_t>(Index)); }
+    static const std::vector<float>& RecordFrames(E& Editor, int Index) { return Editor.RecordFrames(Index); }
 };
 using Access = GLWaveEditTestAccess;
 
