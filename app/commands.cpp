@@ -306,7 +306,7 @@ std::vector<KeyHelp> KeyTable()
              {"Window", "Wheel", "zoom"},
              {"Window", "Middle drag", "pan"},
              {"Window", "Left press", "seek"},
-             {"Window", "Shift+drag", "select, or move a selection edge"},
+             {"Window", "Shift+drag", "select (on a selection edge: move it)"},
              {"Window", "Double click", "fit the whole document"},
              {"Window", "Esc", "cancel opening"},
          })
