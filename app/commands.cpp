@@ -281,3 +281,35 @@ bool HandleShortcut(Program& App, const SDL_Keysym& Key)
         }
     return false;
 }
+
+// --- Listing, for --help and the manual page ---
+
+std::vector<KeyHelp> KeyTable()
+{
+    std::vector<KeyHelp> keys;
+    for (const Command& command : Commands())
+    {
+        if (!*command.Shortcut)
+            continue;
+        std::string action = command.Label;
+        if (action.size() > 3 && action.compare(action.size() - 3, 3, "...") == 0)
+            action.resize(action.size() - 3);
+        // A command with two keys is one line: "Ctrl+Shift+Z or Ctrl+Y".
+        if (!keys.empty() && keys.back().Menu == command.Menu && keys.back().Action == action)
+            keys.back().Keys += std::string(" or ") + command.Shortcut;
+        else
+            keys.push_back({command.Menu, command.Shortcut, action});
+    }
+    // What no menu lists: the editor's own mouse gestures, and Esc, which
+    // the window answers while files open.
+    for (const KeyHelp& gesture : std::vector<KeyHelp>{
+             {"Window", "Wheel", "zoom"},
+             {"Window", "Middle drag", "pan"},
+             {"Window", "Left press", "seek"},
+             {"Window", "Shift+drag", "select (on a selection edge: move it)"},
+             {"Window", "Double click", "fit the whole document"},
+             {"Window", "Esc", "cancel opening"},
+         })
+        keys.push_back(gesture);
+    return keys;
+}

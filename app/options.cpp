@@ -23,33 +23,23 @@ struct Cursor
 };
 }  // namespace
 
-const char* UsageText()
+const std::vector<OptionHelp>& OptionTable()
 {
-    return "usage: glwaveedit [OPTION...] [FILE...]\n"
-           "\n"
-           "Opens each FILE in a tab (a generated demo clip when there is none).\n"
-           "\n"
-           "Batch mode, without a window; steps run in the order given:\n"
-           "  --info                 print format, duration and frame count of each FILE\n"
-           "  --select START END     select START..END seconds\n"
-           "  --cut, --delete        remove the selection (cut also copies it)\n"
-           "  --gain PERCENT         gain on the selection, or on everything\n"
-           "  --save OUT             save to OUT; the format follows the extension:\n"
-           "                         .flac .wav .ogg .opus .mp3 .m4a\n"
-           "  --bitrate KBPS         bitrate of lossy formats (default 192)\n"
-           "  --overwrite            let --save replace an existing file\n"
-           "Other options:\n"
-           "  --seek SEC             start with the play position at SEC\n"
-           "  --screenshot PNG       draw the window, write PNG and exit\n"
-           "  --frames N             frames to draw before the screenshot (default 3)\n"
-           "  -h, --help             this text\n"
-           "\n"
-           "Keys: Ctrl+O open, Ctrl+S save, Ctrl+Shift+S save as, Ctrl+W close tab,\n"
-           "Ctrl+N new tab, Ctrl+Q quit, Ctrl+Z undo, Ctrl+Shift+Z or Ctrl+Y redo,\n"
-           "Ctrl+X/C/V cut/copy/paste, Delete, Ctrl+A select all, c clear selection,\n"
-           "Ctrl+Up/Down gain +10%/-10%, Space play/pause, Shift+Space play selection,\n"
-           "Home/End go to start/end, f fit view, wheel zoom, Ctrl+wheel amplitude zoom,\n"
-           "middle drag pan, Shift+drag select, Esc cancel opening.\n";
+    static const std::vector<OptionHelp> table = {
+        {"--info", "", "print format, duration and frame count of each FILE", OptionGroup::Batch},
+        {"--select", "START END", "select START..END seconds", OptionGroup::Batch},
+        {"--cut, --delete", "", "remove the selection (cut also copies it)", OptionGroup::Batch},
+        {"--gain", "PERCENT", "gain on the selection, or on everything", OptionGroup::Batch},
+        {"--save", "OUT", "save to OUT; the format follows the extension:\n.flac .wav .ogg .opus .mp3 .m4a",
+         OptionGroup::Batch},
+        {"--bitrate", "KBPS", "bitrate of lossy formats (default 192)", OptionGroup::Batch},
+        {"--overwrite", "", "let --save replace an existing file", OptionGroup::Batch},
+        {"--seek", "SEC", "start with the play position at SEC", OptionGroup::Other},
+        {"--screenshot", "PNG", "draw the window, write PNG and exit", OptionGroup::Other},
+        {"--frames", "N", "frames to draw before the screenshot (default 3)", OptionGroup::Other},
+        {"-h, --help", "", "print the options and keys, and exit", OptionGroup::Other},
+    };
+    return table;
 }
 
 bool ParseOptions(int Argc, char** Argv, Options& Out, std::string& OutError)

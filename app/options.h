@@ -42,5 +42,34 @@ struct Options
 // False with a reason for an unknown option or a missing or bad value.
 bool ParseOptions(int Argc, char** Argv, Options& Out, std::string& OutError);
 
+// One row of --help and of the manual page. Spelling may name two
+// spellings ("-h, --help"); a '\n' in Help starts a continuation line.
+enum class OptionGroup
+{
+    Batch,  // run without a window, in the order given
+    Other,
+};
+struct OptionHelp
+{
+    const char* Spelling;
+    const char* Argument;  // "" when the option takes none
+    const char* Help;
+    OptionGroup Group;
+};
+const std::vector<OptionHelp>& OptionTable();
+
+// One key or gesture of the window and what it does, grouped by the menu
+// that lists it ("Mouse" for the gestures no menu lists).
+struct KeyHelp
+{
+    std::string Menu;
+    std::string Keys;  // "Ctrl+Shift+Z or Ctrl+Y"
+    std::string Action;
+};
+// From the command table; needs no window.
+std::vector<KeyHelp> KeyTable();
+
 // Options and keys, for --help.
 const char* UsageText();
+// The same, as the roff source of the manual page glwaveedit(1).
+std::string ManPageText(const std::string& Version, const std::string& Date);
