@@ -81,8 +81,8 @@ timedOpen() {
 }
 
 # What an open must pay beyond decoding on this machine: the first touch of
-# two copies of the decoded size (the view's and the tab's record), on huge
-# pages, from one thread. It also leaves that much memory freed a moment ago.
+# the decoded size, on huge pages, from one thread. It also leaves that much
+# memory freed a moment ago.
 firstTouch() {
   python3 - "$1" <<'PY'
 import mmap, sys, time
@@ -99,11 +99,11 @@ PY
 # Each open is timed twice, in the two states fresh memory comes in here. On a
 # virtual machine that hands freed pages back to its host (free page
 # reporting, a few seconds after they are freed), the first touch of a page
-# the host has taken back costs about 2 us per KiB, and an open touches 2.8 GB:
+# the host has taken back costs about 2 us per KiB, and an open touches 1.4 GB:
 # "cold" opens after a pause of coldPause seconds. Memory another process
 # freed a moment ago is still backed, and costs the kernel's clearing only, as
 # all memory does on a machine without that: "warm" opens right after the
-# first-touch anchor has freed its 2.8 GB.
+# first-touch anchor has freed its 1.4 GB.
 coldPause=${COLD_PAUSE:-10}
 for format in mp3 ogg flac wav; do
   file=$cache/hour.$format
@@ -116,7 +116,7 @@ for format in mp3 ogg flac wav; do
     # The decoder alone, without the resampling: one thread cannot go below it.
     record "decode_$format anchor $(timed ffmpeg -hide_banner -loglevel error -nostdin -threads 1 -i "$file" \
       -f null -)"
-    record "first_touch anchor $(firstTouch $((2 * decodedBytes)))"
+    record "first_touch anchor $(firstTouch "$decodedBytes")"
     record "open_warm_$format ours $(timedOpen "$file")"
   done
 done
@@ -176,15 +176,15 @@ def row(name, ours, anchor, anchorName, unit, target, why=""):
 names = {"mp3": "MP3 192k", "ogg": "Vorbis", "flac": "FLAC", "wav": "WAV s16"}
 touchSec = median(seconds[("first_touch", "anchor")])
 for fmt in ("mp3", "ogg", "flac", "wav"):
-    target = 1.0 if fmt == "wav" else 0.8
+    target = 1.3 if fmt == "wav" else 1.0
     anchorSec = median(seconds[(f"open_{fmt}", "anchor")])
     decodeSec = median(seconds[(f"decode_{fmt}", "anchor")])
     # Cold, what an open pays that ffmpeg does not; warm, the decoder's own
     # floor, which the two halves split between the cores.
     row(f"open {names[fmt]}, memory cold", median(seconds[(f"open_{fmt}", "ours")]), anchorSec, "ffmpeg -threads 1",
         "s", target,
-        f"in this run the two copies of the audio the design holds (the view's and the tab's record), "
-        f"{2 * decodedBytes / 1e9:.2f} GB of pages the host had taken back, took {touchSec:.2f} s of a core to touch "
+        f"in this run the audio, {decodedBytes / 1e9:.2f} GB of pages the host had taken back, took "
+        f"{touchSec:.2f} s of a core to touch "
         "first, which ffmpeg, streaming through 55 MB, never pays, and which shares the two cores with the "
         "decoding's two halves; the same open on memory just freed is the row below")
     row(f"open {names[fmt]}, memory warm", median(seconds[(f"open_warm_{fmt}", "ours")]), anchorSec,
@@ -195,14 +195,14 @@ for fmt in ("mp3", "ogg", "flac", "wav"):
     peakKiB = median(peaks[(f"open_{fmt}", "ours")])
     ffKiB = median(peaks[(f"open_{fmt}", "anchor")])
     ratio = peakKiB * 1024 / decodedBytes
-    met = ratio <= 2.1
+    met = ratio <= 1.1
     rows.append((f"peak RSS open {names[fmt]}", f"{peakKiB / 1024:.0f} MiB",
                  f"{decodedBytes / 2**20:.0f} MiB decoded (ffmpeg {ffKiB / 1024:.0f} MiB)", f"{ratio:.2f}",
-                 "<= 2.1", "met" if met else "NOT MET"))
+                 "<= 1.1", "met" if met else "NOT MET"))
     if not met:
-        misses.append(f"peak RSS open {names[fmt]}: {ratio:.2f} x the decoded size > 2.1 "
-                      "(the view and the tab's record each hold the whole audio: 2.0 before any buffer of the decoder)")
-rows.append(("first touch of 2 x decoded", f"{touchSec:.2f} s", "huge pages, one thread", "-", "-", "-"))
+        misses.append(f"peak RSS open {names[fmt]}: {ratio:.2f} x the decoded size > 1.1 "
+                      "(a long file's second half is decoded into a buffer of its own and copied in at the join)")
+rows.append(("first touch of decoded", f"{touchSec:.2f} s", "huge pages, one thread", "-", "-", "-"))
 for fmt in ("mp3", "ogg", "flac", "wav"):
     rows.append((f"ffmpeg decoding {names[fmt]} alone", "-", f"{median(seconds[(f'decode_{fmt}', 'anchor')]):.3g} s",
                  "-", "-", "-"))
@@ -211,11 +211,11 @@ for fmt, label in (("flac", "FLAC"), ("mp3", "MP3 192k")):
         "ffmpeg -threads 1", "s", 1.0,
         "the encoder's own work beyond ffmpeg's")
 
-edits = [("gain on all", "BM_GainOnTheWholeDocument", 2.0),
-         ("cut 10 s", "BM_RemoveTenSecondsFromTheMiddle/cut", 1.5),
-         ("delete 10 s", "BM_RemoveTenSecondsFromTheMiddle/delete", 1.5),
-         ("paste 10 s, first", "BM_FirstPasteIntoAnOpenedDocument", 1.5),
-         ("paste 10 s, later", "BM_PasteTenSecondsIntoTheMiddle", 1.5),
+edits = [("gain on all", "BM_GainOnTheWholeDocument", 1.2),
+         ("cut 10 s", "BM_RemoveTenSecondsFromTheMiddle/cut", 0.7),
+         ("delete 10 s", "BM_RemoveTenSecondsFromTheMiddle/delete", 0.7),
+         ("paste 10 s, first", "BM_FirstPasteIntoAnOpenedDocument", 0.8),
+         ("paste 10 s, later", "BM_PasteTenSecondsIntoTheMiddle", 0.8),
          ("play start, first", "BM_FirstPlayStart", None),
          ("play start, after one play", "BM_PlayStartAfterOnePlay", 1.5)]
 for name, key, target in edits:
@@ -223,11 +223,17 @@ for name, key, target in edits:
         ratio = bench[key] / memcpyMs
         rows.append((name, f"{bench[key]:.3g} ms", f"{memcpyMs:.3g} ms (memcpy)", f"{ratio:.2f}", "-", "-"))
     else:
-        row(name, bench[key], memcpyMs, "memcpy", "ms", target, "the edit's own pass plus the store into the tab's record, itself one memcpy")
+        row(name, bench[key], memcpyMs, "memcpy", "ms", target, "the edit's own pass over the frames it moves")
 # The issue's rule is for undo; redo is shown beside the same cut.
 cutMs = bench["BM_TenSecondCutWithHistory/cut"]
-row("undo of a 10 s cut", bench["BM_TenSecondCutWithHistory/undo"], cutMs, "the cut, history on", "ms", 1.0,
-    "both move the tail once and store the document; the difference is within the run's noise or the swap")
+row("undo of a 10 s cut", bench["BM_TenSecondCutWithHistory/undo"], memcpyMs, "memcpy", "ms", 0.7,
+    "the undo moves the tail once")
+rows.append(("cut 10 s, history on", f"{cutMs:.3g} ms", f"{memcpyMs:.3g} ms (memcpy)", f"{cutMs / memcpyMs:.2f}", "-", "-"))
+switchMs = bench["BM_SwitchBetweenHourAndEmptyTab"]
+rows.append(("tab switch, an hour and another tab", f"{switchMs:.3g} ms", "5 ms", f"{switchMs / 5:.2f}", "<= 1",
+             "met" if switchMs <= 5 else "NOT MET"))
+if switchMs > 5:
+    misses.append(f"tab switch: {switchMs:.3g} ms > 5 ms")
 redoMs = bench["BM_TenSecondCutWithHistory/redo"]
 rows.append(("redo of a 10 s cut", f"{redoMs:.3g} ms", f"{cutMs:.3g} ms (the cut, history on)",
              f"{redoMs / cutMs:.2f}", "-", "-"))
