@@ -115,7 +115,8 @@ void Jobs::RunOpen(const std::string& Path)
     if (result.bOk && bPrepareDocuments)
     {
         result.Prepared =
-            GLWaveEdit::PrepareForAdoption(std::move(result.Audio.Frames), std::move(result.Audio.Spare));
+            GLWaveEdit::PrepareForAdoption(std::move(result.Audio.Frames), std::move(result.Audio.Spare),
+                                           WaveSummary::kMostWorkers);
         result.bPrepared = true;
     }
     {

@@ -45,7 +45,7 @@ void GLWaveEdit::AdoptDecodedDocument(const std::string& Path, std::vector<float
 }
 
 GLWaveEdit::PreparedDocument GLWaveEdit::PrepareForAdoption(std::vector<float>&& Frames,
-                                                            std::vector<float>&& RecordStorage)
+                                                            std::vector<float>&& RecordStorage, int SummaryWorkers)
 {
     PreparedDocument prepared;
     prepared.Frames = std::move(Frames);
@@ -54,6 +54,7 @@ GLWaveEdit::PreparedDocument GLWaveEdit::PrepareForAdoption(std::vector<float>&&
     if (prepared.Frames.empty())
         return prepared;
     AssignFloats(prepared.RecordCopy, prepared.Frames);
+    prepared.Summary.MaxWorkers = SummaryWorkers;
     prepared.Summary.Build(prepared.Frames.data(), static_cast<int64_t>(prepared.Frames.size() / kAdoptedChannels),
                            kAdoptedChannels);
     return prepared;

@@ -274,6 +274,20 @@ TEST(AudioDecode, GarbageIsNotAnAudioFile)
     }
 }
 
+TEST(AudioDecode, RefusesARateBeyondAnyRecordingWithTheRateInTheMessage)
+{
+    const std::string path = MakeFfmpegFixture("audio_decode_ghz.wav", "-f lavfi -i sine=duration=0.1");
+    ASSERT_FALSE(path.empty());
+    std::string bytes = ReadFileBytes(path);
+    const uint32_t rate = 1900000000;  // little-endian at byte 24 of the canonical header
+    for (int i = 0; i < 4; ++i)
+        bytes[24 + i] = static_cast<char>(rate >> (8 * i));
+    WriteBytes(path, bytes);
+    const Result r = Decode(path);
+    EXPECT_FALSE(r.bOk);
+    EXPECT_NE(r.Error.find("1900000000 Hz"), std::string::npos) << r.Error;
+}
+
 TEST(AudioDecode, CancelFromAnotherThreadStopsEarlyAndProgressEndsAtOne)
 {
     // 10 minutes: far more than the moment it takes to cancel.

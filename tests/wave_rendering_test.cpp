@@ -1,11 +1,44 @@
 // The render side's pure helpers: time axis steps, time labels, the waveform
-// columns drawn from the mix summary, and the text measure without a font.
+// columns drawn from the mix summary, and the text measure without a font;
+// and the threads a frame starts.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <atomic>
 #include <cmath>
 #include <limits>
+#include <thread>
 
 #include "test_support.h"
+
+// Threads started while the count is on, counted here on their way to the C
+// library's own pthread_create. The sanitizers start threads through theirs,
+// which this would hide from them.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define GLWE_SANITIZED 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define GLWE_SANITIZED 1
+#endif
+namespace
+{
+std::atomic<bool> bCountThreads{false};
+std::atomic<int> ThreadsStarted{0};
+}  // namespace
+#ifndef GLWE_SANITIZED
+extern "C" int pthread_create(pthread_t* Thread, const pthread_attr_t* Attributes, void* (*Start)(void*),
+                              void* Argument)
+{
+    using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+    static const Create create = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
+    if (bCountThreads)
+        ++ThreadsStarted;
+    return create(Thread, Attributes, Start, Argument);
+}
+#endif
 
 TEST(NiceTimeStep, PicksTheSmallestOneTwoFiveStepNotBelowTheRoughStep)
 {
@@ -218,4 +251,32 @@ TEST(TextMeasure, EstimatesAFontlessLineAndAdvanceFromTheSize)
     EXPECT_EQ(noFont.GetCellHeight(10), 12);             // ceil(10 * 1.2)
     EXPECT_DOUBLE_EQ(noFont.MeasureTextPx("abc", 10), 18.0);  // 3 * 0.6 * 10
     EXPECT_DOUBLE_EQ(noFont.MeasureTextPx("\xC3\xA9", 10), 6.0);  // one code point in two bytes
+}
+
+TEST(RenderThreads, AFrameOfALongViewStartsAHelperOnlyWhereTheHostTurnedItOn)
+{
+#ifdef GLWE_SANITIZED
+    GTEST_SKIP() << "the sanitizers own pthread_create";
+#endif
+    if (std::thread::hardware_concurrency() < 2)
+        GTEST_SKIP() << "one core: the helper is never started";
+    TestHost host;
+    GLWaveEdit editor;
+    editor.Init();
+    editor.X1 = -0.9, editor.X2 = 0.9, editor.Y1 = 0.9, editor.Y2 = -0.9;
+    // 100 s: beyond the 4 Mi frames (87 s) from which a view is shared out.
+    editor.AdoptDecodedDocument("long", ConstantFrames(4800000, 0.1f, -0.1f));
+    double viewEndSec = 95.0;
+    const auto startedByAFrame = [&] {
+        editor.ViewEndSec = ++viewEndSec;  // a view not seen before: columns anew
+        ThreadsStarted = 0;
+        bCountThreads = true;
+        editor.Render(0.0, 0.0);
+        bCountThreads = false;
+        return ThreadsStarted.load();
+    };
+    EXPECT_EQ(startedByAFrame(), 0);
+    editor.bRenderHelperThread = true;
+    EXPECT_GE(startedByAFrame(), 1);
+    editor.Destroy();
 }
