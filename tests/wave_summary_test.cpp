@@ -309,6 +309,7 @@ TEST(EditorSummary, ColumnsOfALongViewMatchTheSpanQueryAcrossTheSharedHalves)
 {
     std::mt19937 random(99);
     GLWaveEdit editor;
+    editor.bRenderHelperThread = true;
     editor.AdoptDecodedDocument("long.wav", NoisyFrames(random, 100 * 48000, 2));
     editor.ViewStartSec = 0.0;
     editor.ViewEndSec = editor.DurationSec;
