@@ -13,54 +13,6 @@
 
 using Lines = std::vector<std::string>;
 
-TEST(AudioImport, EveryFormatBecomesStereo48kWithTheFilesOwnLength)
-{
-    // Tolerance: one frame of the codec, as decoders may keep or drop padding.
-    struct Fixture { const char* Name; const char* Args; double Seconds; double Tolerance; bool bMono; };
-    const Fixture fixtures[] = {
-        {"audio_import_stereo.flac", "-f lavfi -i sine=frequency=440:sample_rate=44100:duration=1.5 -ac 2", 1.5,
-         0.005, false},
-        {"audio_import_mono.mp3", "-f lavfi -i sine=frequency=440:sample_rate=22050:duration=1 -c:a libmp3lame",
-         1.0, 1152.0 / 22050, true},
-        {"audio_import_mono.ogg", "-f lavfi -i sine=frequency=440:sample_rate=22050:duration=1 -c:a libvorbis",
-         1.0, 2048.0 / 22050, true},
-        {"audio_import_surround.m4a", "-f lavfi -i 'aevalsrc=0.25*sin(2*PI*440*t):c=5.1:s=48000:d=1' -c:a aac", 1.0,
-         1024.0 / 48000, false},
-        {"audio_import_video.mp4",
-         "-f lavfi -i testsrc=size=64x48:rate=10:duration=1 -f lavfi -i sine=frequency=440:duration=1 "
-         "-c:v mpeg4 -c:a aac -shortest",
-         1.0, 1024.0 / 44100, true},
-    };
-    for (const Fixture& f : fixtures)
-    {
-        SCOPED_TRACE(f.Name);
-        const std::string path = MakeFfmpegFixture(f.Name, f.Args);
-        ASSERT_FALSE(path.empty());
-        GLWaveEdit editor;
-        editor.SetExternalPeakWaveform(path, {}, 99.0);  // a wrong host duration loses to the decoded one
-        const auto& frames = Access::PcmFrames(editor);
-        ASSERT_TRUE(Access::bUsePcmFrames(editor));
-        EXPECT_EQ(Access::PcmSampleRate(editor), 48000);
-        EXPECT_EQ(Access::PcmChannels(editor), 2);
-        ASSERT_EQ(frames.size() % 2, 0u);
-        EXPECT_EQ(editor.DurationSec, static_cast<double>(frames.size() / 2) / 48000.0);
-        EXPECT_NEAR(editor.DurationSec, f.Seconds, f.Tolerance);
-        EXPECT_GT(*std::max_element(frames.begin(), frames.end()), 0.05f);  // sound, not silence
-        for (size_t i = 0; f.bMono && i + 1 < frames.size(); i += 2)
-            ASSERT_EQ(frames[i], frames[i + 1]) << "mono goes to both sides alike, frame " << i / 2;
-    }
-    // Half of the FLAC file: what decodes until the damage counts as the whole file.
-    const std::string cut = ScratchPath("audio_import_cut.flac");
-    std::filesystem::copy_file(ScratchPath("audio_import_stereo.flac"), cut,
-                               std::filesystem::copy_options::overwrite_existing);
-    std::filesystem::resize_file(cut, std::filesystem::file_size(cut) / 2);
-    GLWaveEdit editor;
-    editor.SetExternalPeakWaveform(cut, {}, 0.0);
-    EXPECT_TRUE(Access::bUsePcmFrames(editor));
-    EXPECT_GT(editor.DurationSec, 0.1);
-    EXPECT_LT(editor.DurationSec, 1.2);
-}
-
 TEST(AudioImport, FailedDecodingStillAppendsATabWithTheHostsPeaksAndDuration)
 {
     const std::string noise = ScratchPath("audio_import_noise.wav");

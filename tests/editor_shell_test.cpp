@@ -1,5 +1,5 @@
-// The editor object (Init's colours, what Destroy releases) and what it
-// relies on in the host: Signal and IsValidRect.
+// The editor object (what Destroy releases) and what it relies on in the
+// host: Signal.
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
 #define GL_GLEXT_PROTOTYPES
@@ -7,13 +7,9 @@
 #include <GL/glext.h>
 #include <gtest/gtest.h>
 
-#include <limits>
-#include <set>
 #include <string>
 #include <vector>
 
-#include "glgeometry.h"
-#include "gltheme.h"
 #include "test_support.h"
 
 namespace
@@ -36,15 +32,6 @@ struct WatchedColour : GLColor
     int Id;
     std::vector<int>* Log;
 };
-
-struct ThemeGuard
-{
-    GLTheme::Palette Saved = GLTheme::Active();
-    ~ThemeGuard() { GLTheme::Active() = Saved; }
-};
-
-GLColor WithAlpha(GLColor C, float A) { return C.A = A, C; }
-std::vector<float> Rgba(const GLColor& C) { return {C.R, C.G, C.B, C.A}; }
 
 // A GL 2 context of Mesa's software rasteriser, current on this thread for
 // the object's lifetime, without a window. Empty where EGL has none to give.
@@ -90,29 +77,6 @@ int LivePrograms()
     return live;
 }
 }  // namespace
-
-TEST(EditorObject, InitCopiesTheThemeColoursEachIntoItsOwnObject)
-{
-    ThemeGuard theme;
-    GLTheme::Active().OverlaySurface = {0.25f, 0.5f, 0.75f, 0.61f};  // an alpha the editor never sets
-    GLWaveEdit editor;
-    EXPECT_TRUE(editor.Init());
-    const GLColor warning = GLTheme::SemanticAccent(GLTheme::ToneWarning);
-    const GLColor wave = WithAlpha(GLTheme::SemanticAccent(GLTheme::ToneInfo), 0.98f);
-    // A theme change after Init reaches none of the copies.
-    GLTheme::Active().OverlaySurface = {1.0f, 1.0f, 1.0f, 1.0f};
-    GLTheme::Active().Accent[GLTheme::ToneInfo] = {0.0f, 0.0f, 0.0f, 0.0f};
-    EXPECT_EQ(Rgba(*editor.pBackgroundColor), (std::vector<float>{0.25f, 0.5f, 0.75f, 0.61f}));  // alpha kept
-    EXPECT_EQ(Rgba(*editor.pWaveColor), Rgba(wave));                                      // alpha replaced
-    EXPECT_EQ(Rgba(*editor.pPlayheadColor), Rgba(warning));  // the theme's own alpha
-    EXPECT_EQ(Rgba(*editor.pGridColor), (std::vector<float>{0.46f, 0.56f, 0.7f, 0.2f}));  // not from the theme
-    std::set<GLColor*> distinct;
-    for (Colour field : kColours)
-        distinct.insert(editor.*field);
-    EXPECT_EQ(distinct.size(), 16u);
-    EXPECT_EQ(distinct.count(nullptr), 0u);
-    editor.Destroy();
-}
 
 TEST(EditorObject, DestroyDeletesTheColoursInFieldOrderAndLeavesDocumentsAndPlayerAlone)
 {
@@ -172,11 +136,3 @@ TEST(HostContract, SignalCallsEverySlotInOrderWithTheValuesOfTheMomentOfTheEmit)
     EXPECT_EQ(seen, (std::vector<std::string>{"1 paste!1.000000", "2 paste1.000000", "3 paste1.000000"}));
 }
 
-TEST(HostContract, IsValidRectWantsPositiveWidthAndHeightAndRefusesNaN)
-{
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    EXPECT_TRUE(GLGeometry::IsValidRect(-0.5, 0.5, 0.5, -0.5));
-    EXPECT_FALSE(GLGeometry::IsValidRect(0.5, 0.5, 0.5, -0.5));   // no width
-    EXPECT_FALSE(GLGeometry::IsValidRect(-0.5, -0.5, 0.5, 0.5));  // upside down
-    EXPECT_FALSE(GLGeometry::IsValidRect(nan, 0.5, 0.5, -0.5) || GLGeometry::IsValidRect(-0.5, 0.5, 0.5, nan));
-}

@@ -52,49 +52,6 @@ TEST(NiceTimeStep, PicksTheSmallestOneTwoFiveStepNotBelowTheRoughStep)
         EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, c[0]), c[1]) << c[0];
 }
 
-// Below a second 1-2-5 decades; from there 1, 2, 5, 10, 15, 30 seconds, the
-// same minutes and the same hours, so that labels land where a clock would.
-static bool OnClockLadder(double Step)
-{
-    if (Step < 1.0)
-    {
-        const double mantissa = Step / std::pow(10.0, std::floor(std::log10(Step) + 1e-9));
-        return std::fabs(mantissa - 1.0) < 1e-9 || std::fabs(mantissa - 2.0) < 1e-9 || std::fabs(mantissa - 5.0) < 1e-9;
-    }
-    for (const double unit : {1.0, 60.0, 3600.0})
-        for (const double count : {1.0, 2.0, 5.0, 10.0, 15.0, 30.0})
-            if (std::fabs(Step - count * unit) < 1e-9 * Step)
-                return true;
-    return false;
-}
-
-TEST(NiceTimeStep, EveryStepIsOnTheClockLadderAtMostTwoAndAHalfTimesTheRoughStep)
-{
-    GLWaveEdit editor;
-    for (double rough = 0.001; rough < 20000.0; rough *= 1.37)
-    {
-        const double step = Access::NiceTimeStep(editor, rough);
-        EXPECT_GE(step, rough);
-        EXPECT_LE(step, rough * 2.5 + 1e-9) << rough;  // the widest gap: 2 -> 5
-        EXPECT_TRUE(OnClockLadder(step)) << "rough " << rough << " gave " << step;
-    }
-}
-
-TEST(NiceTimeStep, StepsAcrossEachUnitBoundary)
-{
-    GLWaveEdit editor;
-    const double cases[][2] = {
-        {0.99, 1.0},          {0.5, 0.5},          {12.0, 15.0},       {15.0, 15.0},
-        {16.0, 30.0},         {31.0, 60.0},        {61.0, 120.0},      {601.0, 900.0},
-        {1000.0, 1800.0},     {1801.0, 3600.0},    {3601.0, 7200.0},   {11.0 * 3600, 15.0 * 3600},
-        {31.0 * 3600, 50.0 * 3600},  // past 30 hours 1-2-5 decades of hours
-        {1e-5, 1e-4},         // below the smallest step
-        {1e12, 1.8e9},        // held at 1e9 s = 277778 h -> 500000 h
-    };
-    for (const auto& c : cases)
-        EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, c[0]), c[1]) << c[0];
-}
-
 TEST(FormatTimeLabel, ReadsAsSecondsMinutesOrHoursByMagnitude)
 {
     GLWaveEdit editor;
@@ -243,14 +200,6 @@ TEST(WaveColumns, AgreeWithTheSpanQueryFromSingleFramesToCoarseBlocksAndFollowCh
         sample *= 0.5f;
     Access::InvalidateWaveCaches(editor);  // the columns cached for 0..3 s at 50 must not survive
     ExpectColumnsMatchSpanQuery(editor, 0.0, 3.0, 50);
-}
-
-TEST(TextMeasure, EstimatesAFontlessLineAndAdvanceFromTheSize)
-{
-    TTF noFont;
-    EXPECT_EQ(noFont.GetCellHeight(10), 12);             // ceil(10 * 1.2)
-    EXPECT_DOUBLE_EQ(noFont.MeasureTextPx("abc", 10), 18.0);  // 3 * 0.6 * 10
-    EXPECT_DOUBLE_EQ(noFont.MeasureTextPx("\xC3\xA9", 10), 6.0);  // one code point in two bytes
 }
 
 TEST(RenderThreads, AFrameOfALongViewStartsAHelperOnlyWhereTheHostTurnedItOn)
