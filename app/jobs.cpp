@@ -120,7 +120,7 @@ void Jobs::RunOpen(const std::string& Path)
     if (result.bOk && bPrepareDocuments)
     {
         result.Prepared =
-            GLWaveEdit::PrepareForAdoption(std::move(result.Audio.Frames));
+            GLWaveEdit::PrepareForAdoption(std::move(result.Audio.Frames), WaveSummary::kMostWorkers);
         result.bPrepared = true;
     }
     {

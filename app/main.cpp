@@ -276,6 +276,8 @@ void ConnectEditor(Program& App, GLWaveEdit& Editor, PointerInput& Pointer)
     Editor.bAmplitudeDb = App.Settings.bAmplitudeDb;
     const char* lines = std::getenv("GLWE_WAVEFORM_LINES");  // "1": columns as lines, for a GLSL that misbehaves
     Editor.bColumnShader = !(lines && std::string(lines) == "1");
+    // A second core folds half the columns of a long view in each frame.
+    Editor.bRenderHelperThread = true;
     Editor.CloseRequestProvider = [&App, &Pointer](int Index) {
         Pointer.ForgetPresses();
         RequestClose(App, {App.pEditor->DocumentIdAt(Index)}, false);

@@ -154,6 +154,7 @@ void BM_SummaryBuildOfTheHour(benchmark::State& State)
 {
     const std::vector<float>& frames = Access::PcmFrames(Rig().Editor);
     WaveSummary summary;
+    summary.MaxWorkers = WaveSummary::kMostWorkers;
     for (auto _ : State)
     {
         summary.Build(frames.data(), static_cast<int64_t>(frames.size() / 2), 2);

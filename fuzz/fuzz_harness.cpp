@@ -1,6 +1,6 @@
 // The fuzz inputs' road into the editor; see fuzz_harness.h.
 //
-// Index: Host, Import, Restored state.
+// Index: Host, Import, Promises, Restored state.
 
 #include "fuzz_harness.h"
 
@@ -62,32 +62,6 @@ struct Rig
         Editor.MouseProcessing();
     }
 };
-
-// What every pass promises for finite state: the view obeys ClampView's
-// rule and a selection lies within the document. Its clamps are documented
-// for finite values only, so NaN and infinities are let through.
-void CheckPromises(const GLWaveEdit& Editor, const char* Where)
-{
-    const double start = Editor.ViewStartSec;
-    const double end = Editor.ViewEndSec;
-    if (!std::isfinite(Editor.DurationSec) || !std::isfinite(Editor.MinViewSpanSec) || !std::isfinite(start) ||
-        !std::isfinite(end))
-        return;
-    const double duration = std::max(0.0, Editor.DurationSec);
-    const double minSpan = std::max(Editor.MinViewSpanSec, 0.01);
-    const double tolerance = 1e-9 * std::max(1.0, duration);
-    const bool clamped = minSpan >= duration ? start == 0.0 && end == std::max(duration, minSpan)
-                                             : start >= 0.0 && end <= duration + tolerance &&
-                                                   end - start >= minSpan - tolerance;
-    const bool selectionInside = !Editor.HasSelection() ||
-                                 (Editor.SelectionStartSec() >= 0.0 && Editor.SelectionEndSec() <= duration);
-    if (!clamped || !selectionInside)
-    {
-        std::fprintf(stderr, "%s: view %.17g..%.17g, selection %.17g..%.17g, duration %.17g\n", Where, start, end,
-                     Editor.SelectionStartSec(), Editor.SelectionEndSec(), Editor.DurationSec);
-        std::abort();
-    }
-}
 
 // A seek drag, a shift drag, a pan and wheel steps over the plot, with the
 // promises checked after each pass.
@@ -211,6 +185,35 @@ void DecodeOnce(const uint8_t* Data, size_t Size)
     (void)bCapped;
     static ScratchFile scratch;
     DecodeBothWays(scratch.Write(Data, Size));
+}
+
+// --- Promises ---
+
+// What every pass promises for finite state: the view obeys ClampView's
+// rule and a selection lies within the document. Its clamps are documented
+// for finite values only, so NaN and infinities are let through.
+bool CheckPromises(const GLWaveEdit& Editor, const char* Where, bool bSelection)
+{
+    const double start = Editor.ViewStartSec;
+    const double end = Editor.ViewEndSec;
+    if (!std::isfinite(Editor.DurationSec) || !std::isfinite(Editor.MinViewSpanSec) || !std::isfinite(start) ||
+        !std::isfinite(end))
+        return false;
+    const double duration = std::max(0.0, Editor.DurationSec);
+    const double minSpan = std::max(Editor.MinViewSpanSec, 0.01);
+    const double tolerance = 1e-9 * std::max(1.0, duration);
+    const bool clamped = minSpan >= duration ? start == 0.0 && end == std::max(duration, minSpan)
+                                             : start >= 0.0 && end <= duration + tolerance &&
+                                                   end - start >= minSpan - tolerance;
+    const bool selectionInside = !bSelection || !Editor.HasSelection() ||
+                                 (Editor.SelectionStartSec() >= 0.0 && Editor.SelectionEndSec() <= duration);
+    if (!clamped || !selectionInside)
+    {
+        std::fprintf(stderr, "%s: view %.17g..%.17g, selection %.17g..%.17g, duration %.17g\n", Where, start, end,
+                     Editor.SelectionStartSec(), Editor.SelectionEndSec(), Editor.DurationSec);
+        std::abort();
+    }
+    return true;
 }
 
 // --- Restored state ---

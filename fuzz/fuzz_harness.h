@@ -6,8 +6,16 @@
 #include <cstddef>
 #include <cstdint>
 
+class GLWaveEdit;
+
 namespace GLWaveEditFuzz
 {
+// What every pass promises for a finite state: the view clamped as ClampView
+// has it and, with bSelection, a selection within the document (a host that
+// writes DurationSec itself may leave one beyond). Aborts, naming Where,
+// where they do not hold; false where the state was not finite enough to check.
+bool CheckPromises(const GLWaveEdit& Editor, const char* Where, bool bSelection = true);
+
 // The bytes as a file opened through SetExternalPeakWaveform (the editor's
 // own decode), then a few passes and queries over whatever it made.
 void ImportOnce(const uint8_t* Data, size_t Size);

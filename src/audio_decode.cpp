@@ -412,8 +412,20 @@ bool OpenDecoder(DecodeSession& Session, std::string& OutMessage)
     return true;
 }
 
+// Far above any recording (SDR I/Q at a few MHz, DSD at 1.4 to 2.8 MHz as
+// FFmpeg reports it): a header that states more is damaged, and converting
+// what it claims takes seconds a frame. Such a file is refused here, before
+// it reaches the editor, which converts any rate the resampler accepts.
+constexpr int kMostSourceRateHz = 100'000'000;
+
 bool OpenResampler(DecodeSession& Session, std::string& OutMessage)
 {
+    if (Session.Codec->sample_rate > kMostSourceRateHz)
+    {
+        OutMessage = "The file states a sample rate of " + std::to_string(Session.Codec->sample_rate) +
+                     " Hz, beyond any recording: its header is damaged.";
+        return false;
+    }
     AVChannelLayout outLayout;
     av_channel_layout_default(&outLayout, kOutChannels);
     AVChannelLayout inputLayout = {};

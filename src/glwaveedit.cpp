@@ -97,6 +97,10 @@ void GLWaveEdit::Destroy()
     for (GLColor* colour : colours)
         if (colour)
             delete colour;
+    // The last moment the host's context is sure to be current: the
+    // destructor may run after the host has dropped it.
+    if (ColumnShader)
+        ColumnShader->Release();
 }
 
 const std::string& GLWaveEdit::SourcePath() const
@@ -316,14 +320,16 @@ struct DecodeResources
 };
 
 // Room for the whole file before the first frame arrives (see
-// LargeBuffer::FloatsToReserveForDecoding).
+// LargeBuffer::FloatsToReserveForDecoding). Only a wish: a header may claim
+// hours that the file does not hold, so where the room cannot be had the
+// frames grow as they come.
 void ReserveForDuration(std::vector<float>& Frames, const AVFormatContext* Format)
 {
     if (Format->duration <= 0)
         return;
     const int64_t fileBytes = Format->pb ? avio_size(Format->pb) : -1;
-    ReserveFloats(Frames, static_cast<size_t>(LargeBuffer::FloatsToReserveForDecoding(
-                              static_cast<double>(Format->duration) / AV_TIME_BASE, fileBytes)));
+    LargeBuffer::TryReserveFloats(Frames, static_cast<size_t>(LargeBuffer::FloatsToReserveForDecoding(
+                                              static_cast<double>(Format->duration) / AV_TIME_BASE, fileBytes)));
 }
 }  // namespace
 
@@ -359,12 +365,9 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
         avcodec_open2(res.CodecContext, codec, nullptr) < 0)
         return fail("Failed to open decoder.");
 
-    // Rates no real recording has are a damaged header: 1.9 GHz took the
-    // resampler seconds to set up, 1 Hz would turn each byte into a second.
-    constexpr int kMinInputRate = 1000;
-    constexpr int kMaxInputRate = 768000;
-    if (res.CodecContext->sample_rate < kMinInputRate || res.CodecContext->sample_rate > kMaxInputRate)
-        return fail("Failed to configure audio resampler.");
+    // Any rate the resampler accepts is converted (SDR recordings at 2.4 MHz,
+    // data loggers at 500 Hz); a host that fears absurd headers refuses them
+    // before they get here.
     AVChannelLayout outLayout;
     av_channel_layout_default(&outLayout, kWaveEditChannels);
     AVChannelLayout inputLayout = {};
@@ -419,9 +422,10 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
             }
             const size_t floats = static_cast<size_t>(outSamples) * kWaveEditChannels;
             // Where the header gave no duration the buffer still grows on
-            // huge pages, doubling, rather than by the vector's own growth.
+            // huge pages, doubling, rather than by the vector's own growth;
+            // where that much cannot be had, the insert grows it as usual.
             if (OutFrames.capacity() < OutFrames.size() + floats)
-                ReserveFloats(OutFrames, std::max(OutFrames.size() * 2, OutFrames.size() + floats));
+                LargeBuffer::TryReserveFloats(OutFrames, std::max(OutFrames.size() * 2, OutFrames.size() + floats));
             OutFrames.insert(OutFrames.end(), convertBuffer.begin(), convertBuffer.begin() + floats);
             av_frame_unref(res.Frame);
         }
@@ -960,9 +964,9 @@ bool GLWaveEdit::StartPlaybackAt(double RequestedStartSec, std::string* ErrorMes
         AudioPlayer = std::make_unique<GLDeckAudioPlayer>();
     const double startSec = std::clamp(RequestedStartSec, 0.0, std::max(0.0, DurationSec));
     // The player keeps its own copy, so no edit can reach what it plays. The
-    // copy goes into the memory of the player's last one (which ends that
-    // playback), so a second play costs a copy, not fresh pages.
-    std::vector<float> framesCopy = AudioPlayer->TakeBackFrames();
+    // copy is made while the running playback goes on: the player ends that
+    // one in PlayPcm, and only once the new frames are ready.
+    std::vector<float> framesCopy;
     AssignFloats(framesCopy, PcmFrames);
     if (!AudioPlayer->PlayPcm(std::move(framesCopy), PcmSampleRate, PcmChannels, startSec, ErrorMessage))
         return false;

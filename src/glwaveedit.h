@@ -10,7 +10,8 @@
 //
 // Everything here runs on the thread that drives the child window; the only
 // other thread is the one inside GLDeckAudioPlayer, which plays its own copy
-// of the frames.
+// of the frames. A host that turns bRenderHelperThread on also gets a helper
+// for the length of a frame of a long view, which only reads.
 //
 // Index of operations, in the order of the class (and of glwaveedit.cpp):
 //   Lifecycle         constructors, Init, Destroy, SourcePath
@@ -153,6 +154,10 @@ public:
     bool bAmplitudeDb = false;   // amplitude scale in dBFS instead of -1..1
     double AmplitudeZoom = 1.0;  // vertical zoom: 1 shows full scale, 2 half of it (at least 1)
     bool bColumnShader = true;   // columns by a fragment shader where GL has one; false: as lines
+    // Off by default, as the editor starts no thread of its own. On, a frame
+    // whose view holds more than about 90 s of audio has a second thread
+    // fold half of its columns, for the length of that frame.
+    bool bRenderHelperThread = false;
 
     // Host hooks, called synchronously on the frame thread. An empty one
     // counts as absent.
@@ -239,7 +244,7 @@ public:
     GLWaveEdit& operator=(const GLWaveEdit&) = delete;
     ~GLWaveEdit() override;
     bool Init() override;     // makes the sixteen colours
-    void Destroy() override;  // deletes them; nothing else
+    void Destroy() override;  // deletes them and the render side's GL objects
     const std::string& SourcePath() const;
 
     // --- Documents ---
@@ -410,7 +415,8 @@ public:
         std::vector<float> Frames;  // as AdoptDecodedDocument takes them
         WaveSummary Summary;        // of Frames
     };
-    static PreparedDocument PrepareForAdoption(std::vector<float>&& Frames);
+    // SummaryWorkers as WaveSummary::MaxWorkers: 1 starts no thread.
+    static PreparedDocument PrepareForAdoption(std::vector<float>&& Frames, int SummaryWorkers = 1);
     // AdoptDecodedDocument with what PrepareForAdoption made: the same steps,
     // state and signals. Parts that do not fit the frames are made here.
     void AdoptPreparedDocument(const std::string& Path, PreparedDocument&& Document);

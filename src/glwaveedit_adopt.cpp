@@ -41,13 +41,14 @@ void GLWaveEdit::AdoptDecodedDocument(const std::string& Path, std::vector<float
     FinishOpenedDocument();
 }
 
-GLWaveEdit::PreparedDocument GLWaveEdit::PrepareForAdoption(std::vector<float>&& Frames)
+GLWaveEdit::PreparedDocument GLWaveEdit::PrepareForAdoption(std::vector<float>&& Frames, int SummaryWorkers)
 {
     PreparedDocument prepared;
     prepared.Frames = std::move(Frames);
     prepared.Frames.resize(prepared.Frames.size() - prepared.Frames.size() % kAdoptedChannels);
     if (prepared.Frames.empty())
         return prepared;
+    prepared.Summary.MaxWorkers = SummaryWorkers;
     prepared.Summary.Build(prepared.Frames.data(), static_cast<int64_t>(prepared.Frames.size() / kAdoptedChannels),
                            kAdoptedChannels);
     return prepared;

@@ -209,6 +209,7 @@ const WaveSummary* GLWaveEdit::CurrentSummary()
     }
     const int64_t frameCount = static_cast<int64_t>(PcmFrames.size()) / PcmChannels;
     WaveSummary& summary = entry->Summary;
+    summary.MaxWorkers = bRenderHelperThread ? WaveSummary::kMostWorkers : 1;
     // A length or shape that no noted change explains means frames were
     // replaced behind the summary's back: start again.
     const bool bUnexplained = summary.Channels() != PcmChannels ||
@@ -274,7 +275,8 @@ bool GLWaveEdit::PcmColumns(int ColumnCount, const WaveSummary& Summary)
     // A long view folds dozens of blocks and two ragged ends per column, most
     // of a moving frame's own work: the second core takes half the columns.
     const double viewFrames = (ViewEndSec - ViewStartSec) * PcmSampleRate;
-    if (viewFrames >= kMinFramesToShareColumns && ColumnCount >= 2 && std::thread::hardware_concurrency() > 1)
+    if (bRenderHelperThread && viewFrames >= kMinFramesToShareColumns && ColumnCount >= 2 &&
+        std::thread::hardware_concurrency() > 1)
     {
         try
         {

@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <new>
+#include <stdexcept>
 #include <vector>
 
 namespace LargeBuffer
@@ -72,6 +74,26 @@ inline void ReserveFloats(std::vector<float>& V, size_t Floats)
     AdviseHugePages(fresh.data(), fresh.capacity() * sizeof(float));
     fresh.insert(fresh.end(), V.begin(), V.end());
     V.swap(fresh);
+}
+
+// ReserveFloats where the memory can be had; false, and V as it was, where it
+// cannot. For room wished for ahead of need, which must not fail where
+// growing step by step would succeed.
+inline bool TryReserveFloats(std::vector<float>& V, size_t Floats)
+{
+    try
+    {
+        ReserveFloats(V, Floats);
+        return true;
+    }
+    catch (const std::bad_alloc&)
+    {
+        return false;
+    }
+    catch (const std::length_error&)
+    {
+        return false;
+    }
 }
 
 // Dst becomes a copy of First..Last, reusing Dst's capacity where it suffices.

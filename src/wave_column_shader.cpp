@@ -97,12 +97,19 @@ void SetColour(GLint Location, const GLColor& Colour)
 }
 }  // namespace
 
-WaveColumnShader::~WaveColumnShader()
+void WaveColumnShader::Release()
 {
-    if (Status != State::Ready)
-        return;
-    glDeleteTextures(1, &Texture);
-    glDeleteProgram(Program);
+    if (Status == State::Ready)
+    {
+        glDeleteTextures(1, &Texture);
+        glDeleteProgram(Program);
+    }
+    Status = State::Untried;
+    Program = 0;
+    Texture = 0;
+    Sent.clear();
+    SentCount = 0;
+    SentRows = 0;
 }
 
 bool WaveColumnShader::IsAvailable()

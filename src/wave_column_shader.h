@@ -34,9 +34,12 @@ public:
     WaveColumnShader() = default;
     WaveColumnShader(const WaveColumnShader&) = delete;
     WaveColumnShader& operator=(const WaveColumnShader&) = delete;
-    // Releases its GL objects in the context current then, like the font's
-    // atlas pages.
-    ~WaveColumnShader();
+    // Makes no GL call: the context may be gone by then. Release first.
+    ~WaveColumnShader() = default;
+
+    // Deletes its GL objects in the current context; the next IsAvailable
+    // builds them anew.
+    void Release();
 
     // Compiles on the first call in a context that has GL 2.0 and float
     // textures; false from then on where it could not.

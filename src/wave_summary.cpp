@@ -154,7 +154,7 @@ void WaveSummary::ComputeFineBlocks(const float* FrameData, int64_t FirstBlock, 
     const int64_t blocks = EndBlock - FirstBlock;
     const int workers =
         static_cast<int>(std::clamp<int64_t>(blocks / kMinBlocksPerWorker, 1,
-                                             std::clamp<unsigned>(std::thread::hardware_concurrency(), 1u, 4u)));
+                                             std::clamp<int>(std::min<int>(MaxWorkers, std::thread::hardware_concurrency()), 1, kMostWorkers)));
     std::vector<std::thread> helpers;
     for (int w = 1; w < workers; ++w)
         helpers.emplace_back([=] {

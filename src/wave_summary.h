@@ -31,6 +31,12 @@ public:
         double SumSquares = 0.0;
     };
 
+    // Threads a long Build or Update may share its blocks among, the calling
+    // one included: 1 starts none, which the editor keeps unless its host
+    // turned the render side's helper threads on.
+    int MaxWorkers = 1;
+    static constexpr int kMostWorkers = 4;  // more gain nothing against memory bandwidth
+
     // Everything from scratch.
     void Build(const float* Frames, int64_t FrameCount, int Channels);
     // Frames FirstFrame .. EndFrame (exclusive) changed in place; EndFrame < 0:

@@ -104,6 +104,12 @@ TEST(AudioDecode, EveryFormatEqualsTheEditorsImportOnOneThreadAsAPipelineAndInHa
          "FLAC", true},
         {"audio_decode_mono.mp3",
          "-f lavfi -i sine=frequency=440:sample_rate=22050:duration=3 -c:a libmp3lame", 22050, 1, "MP3", true},
+        {"audio_decode_surround.m4a", "-f lavfi -i 'aevalsrc=0.25*sin(2*PI*440*t):c=5.1:s=48000:d=2' -c:a aac",
+         48000, 6, "AAC", false},
+        {"audio_decode_video.mp4",
+         "-f lavfi -i testsrc=size=64x48:rate=10:duration=2 -f lavfi -i sine=frequency=440:duration=2 "
+         "-c:v mpeg4 -c:a aac -shortest",
+         44100, 1, "AAC", false},
     };
     for (const Fixture& f : fixtures)
     {
@@ -272,6 +278,20 @@ TEST(AudioDecode, GarbageIsNotAnAudioFile)
         EXPECT_EQ(r.Error, "Not an audio file.");
         EXPECT_TRUE(r.Audio.Frames.empty());
     }
+}
+
+TEST(AudioDecode, RefusesARateBeyondAnyRecordingWithTheRateInTheMessage)
+{
+    const std::string path = MakeFfmpegFixture("audio_decode_ghz.wav", "-f lavfi -i sine=duration=0.1");
+    ASSERT_FALSE(path.empty());
+    std::string bytes = ReadFileBytes(path);
+    const uint32_t rate = 1900000000;  // little-endian at byte 24 of the canonical header
+    for (int i = 0; i < 4; ++i)
+        bytes[24 + i] = static_cast<char>(rate >> (8 * i));
+    WriteBytes(path, bytes);
+    const Result r = Decode(path);
+    EXPECT_FALSE(r.bOk);
+    EXPECT_NE(r.Error.find("1900000000 Hz"), std::string::npos) << r.Error;
 }
 
 TEST(AudioDecode, CancelFromAnotherThreadStopsEarlyAndProgressEndsAtOne)

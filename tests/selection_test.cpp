@@ -91,25 +91,3 @@ TEST(Selection, HostedSelectionIsOrderedClampedSilentAndIgnoresNonFiniteValues)
     EXPECT_FALSE(Access::bRenderSamplesValid(editor));
 }
 
-TEST(Selection, EdgeToleranceIsTenPixelsAtTheCurrentZoomWithAFloor)
-{
-    GLWaveEdit editor;
-    auto tolerance = [&](double PlotX1, double PlotX2, double ViewStart, double ViewEnd) {
-        Access::PlotX1(editor) = PlotX1;
-        Access::PlotX2(editor) = PlotX2;
-        editor.ViewStartSec = ViewStart;
-        editor.ViewEndSec = ViewEnd;
-        return Access::SelectionEdgeHitToleranceSec(editor);
-    };
-    {
-        TestHost host(1000, 600);
-        // Plot 2.0 wide: 2.0 * 0.5 * 1000 = 1000 px; 10 s / 1000 px * 10 = 0.1 s.
-        EXPECT_DOUBLE_EQ(tolerance(-1.0, 1.0, 0.0, 10.0), 0.1);
-        EXPECT_DOUBLE_EQ(tolerance(1.0, -1.0, 0.0, 10.0), 0.1);   // width taken as absolute
-        EXPECT_DOUBLE_EQ(tolerance(-1.0, 1.0, 0.0, 1.0), 0.02);   // 0.01 s is under the floor
-        EXPECT_DOUBLE_EQ(tolerance(0.0, 0.0, 0.0, 40.0), 400.0);  // narrower than 1 px: 40 / 1 * 10
-        EXPECT_DOUBLE_EQ(tolerance(-1.0, 1.0, 5.0, 3.0), 0.02);   // inverted view: 1e-9 s
-    }
-    // Without a host the screen width drops out: 8.0 * 0.5 = 4 px; 10 / 4 * 10 = 25 s.
-    EXPECT_DOUBLE_EQ(tolerance(-4.0, 4.0, 0.0, 10.0), 25.0);
-}

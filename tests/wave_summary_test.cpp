@@ -162,6 +162,7 @@ TEST(WaveSummary, ComputesALongRunSharedBetweenThreadsLikeAShortOne)
     const int64_t frameCount = 9001 * WaveSummary::kFramesPerFineBlock + 77;
     std::vector<float> frames = NoisyFrames(random, frameCount, 2);
     WaveSummary summary;
+    summary.MaxWorkers = WaveSummary::kMostWorkers;
     summary.Build(frames.data(), frameCount, 2);
     ExpectMatchesScan(summary, frames, 2, random, 10);
     const int64_t first = 1234567;
@@ -308,6 +309,7 @@ TEST(EditorSummary, ColumnsOfALongViewMatchTheSpanQueryAcrossTheSharedHalves)
 {
     std::mt19937 random(99);
     GLWaveEdit editor;
+    editor.bRenderHelperThread = true;
     editor.AdoptDecodedDocument("long.wav", NoisyFrames(random, 100 * 48000, 2));
     editor.ViewStartSec = 0.0;
     editor.ViewEndSec = editor.DurationSec;

@@ -100,35 +100,6 @@ TEST(PeakRange, IsSymmetricAndIndexesByFloorAndCeilOfTheFractionTimesTheCount)
     EXPECT_FALSE(Answers(editor, 2.0, 2.0));
 }
 
-TEST(LodColumns, AreEvenlySpacedColumnsTimedHalfwayAndGatedOnThePeaks)
-{
-    GLWaveEdit editor;
-    std::vector<GLWaveEdit::WaveSample> columns(3);
-    GivePcm(editor, kFrames);
-    EXPECT_FALSE(Access::ExternalLodForSpan(editor, 0.0, 2.0, 4, columns));  // no peaks
-    EXPECT_TRUE(columns.empty());
-    GivePeaks(editor, kPeaks, 10.0);
-    EXPECT_FALSE(Access::ExternalLodForSpan(editor, 0.0, 2.0, 0, columns));
-    // With usable frames the columns come from them: 0.5..0.75 s reads -0.5..1.0.
-    ASSERT_TRUE(Access::ExternalLodForSpan(editor, 0.5, 0.75, 1, columns));
-    EXPECT_NEAR(columns.at(0).MinAmp, -0.5, 1e-6);
-
-    Access::bUsePcmFrames(editor) = false;
-    // 2 s in 4 columns of 0.5 s read peak indexes 0..1, 0..1, 1..2, 1..2.
-    ASSERT_TRUE(Access::ExternalLodForSpan(editor, 0.0, 2.0, 4, columns));
-    ASSERT_EQ(columns.size(), 4u);
-    const double times[4] = {0.25, 0.75, 1.25, 1.75}, peaks[4] = {0.2, 0.2, 0.7, 0.7};
-    for (int i = 0; i < 4; ++i)
-    {
-        EXPECT_DOUBLE_EQ(columns[i].TimeSec, times[i]);
-        EXPECT_NEAR(columns[i].MinAmp, -peaks[i], 1e-6);
-        EXPECT_NEAR(columns[i].MaxAmp, peaks[i], 1e-6);
-    }
-    // A reversed span is 1e-9 s from its start.
-    ASSERT_TRUE(Access::ExternalLodForSpan(editor, 3.0, 1.0, 1, columns));
-    EXPECT_NEAR(columns.at(0).TimeSec, 3.0 + 0.5e-9, 1e-12);
-}
-
 TEST(WaveformChain, FallsThroughToTheRangeThenThePeakProviderAndClampsTheirAnswers)
 {
     GLWaveEdit editor;
