@@ -628,24 +628,28 @@ size_t ReserveForDuration(std::vector<float>& Frames, const AVFormatContext* For
     return bounded;
 }
 
-// As much room as the output has, for a copy of it, without headroom of its own.
-void ReserveSpare(std::vector<float>& Spare, size_t Floats)
-{
-    Spare.reserve(Floats);
-    LargeBuffer::AdviseHugePages(Spare.data(), Spare.capacity() * sizeof(float));
-}
-
 // --- Conversion ---
+
+// Room outside a vector that a converter may write into: the second half of a
+// long file writes into the first half's buffer, beyond what that vector
+// holds, so that the two halves need no second buffer and no copy.
+struct OutputWindow
+{
+    float* Data = nullptr;
+    size_t Floats = 0;
+};
 
 // Turns decoded frames into output frames, on the resampler's thread.
 class Converter
 {
 public:
     // Writer: which of the two halves this is (0 for a whole decoding).
-    // FirstFloat: where Frames[0] sits in the whole output, which the size
-    // bound counts from.
+    // FirstFloat: where the output's first float sits in the whole output,
+    // which the size bound counts from. Window, when given, takes the output
+    // until it is full; then what it holds moves into Frames and the rest
+    // follows there.
     Converter(DecodeSession& Session, std::vector<float>& Frames, Prefaulter& Faults, uint64_t MaxDecodedBytes,
-              int Writer = 0, size_t FirstFloat = 0)
+              int Writer = 0, size_t FirstFloat = 0, OutputWindow Window = {})
         : Swr(Session.Swr),
           InputFormat(Session.Codec->sample_fmt),
           InputChannels(Session.Codec->ch_layout.nb_channels),
@@ -654,7 +658,8 @@ public:
           MaxFloats(MaxDecodedBytes / sizeof(float)),
           MaxDecodedBytes(MaxDecodedBytes),
           Writer(Writer),
-          FirstFloat(FirstFloat)
+          FirstFloat(FirstFloat),
+          Window(Window)
     {
     }
 
@@ -679,7 +684,7 @@ public:
         const int room = static_cast<int>(std::min({wanted, allowed, int64_t(INT32_MAX / kOutChannels)}));
         if (!EnsureRoom(Written + static_cast<size_t>(room) * kOutChannels, Failed))
             return false;
-        uint8_t* outData[1] = {reinterpret_cast<uint8_t*>(Frames.data() + Written)};
+        uint8_t* outData[1] = {reinterpret_cast<uint8_t*>(Data() + Written)};
         const int made = swr_convert(Swr, outData, room, InputFrom(Frame, FromSample), samples);
         if (made < 0)
         {
@@ -698,7 +703,10 @@ public:
     }
 
     size_t WrittenFloats() const { return Written; }
-    const std::vector<float>& Output() const { return Frames; }
+    // The output so far: in the window while it lasts, else in Frames.
+    const float* Data() const { return Window.Data ? Window.Data : Frames.data(); }
+    float* Data() { return Window.Data ? Window.Data : Frames.data(); }
+    bool IsInWindow() const { return Window.Data != nullptr; }
 
 private:
     // The frame's planes from sample FromSample on: the frame's own pointers
@@ -724,13 +732,23 @@ private:
     // only when the file is longer than its container said.
     bool EnsureRoom(size_t Floats, Failure& Failed)
     {
-        if (Frames.size() >= Floats)
+        if (Window.Data ? Floats <= Window.Floats : Frames.size() >= Floats)
             return true;
         try
         {
-            if (Floats > Frames.capacity())
+            if (Window.Data)
             {
-                Faults.Forget();
+                // Out of the window: a buffer of its own, which nothing faults ahead.
+                LargeBuffer::ReserveFloats(Frames, std::max(Floats, Written + Written / 2));
+                Frames.assign(Window.Data, Window.Data + Written);
+                Window = {};
+            }
+            else if (Floats > Frames.capacity())
+            {
+                // The regions are the first writer's to give up; the second
+                // half's own buffer was never one of them.
+                if (Writer == 0)
+                    Faults.Forget();
                 LargeBuffer::ReserveFloats(Frames, std::max(Floats, Frames.capacity() + Frames.capacity() / 2));
             }
             Frames.resize(std::min(Frames.capacity(), std::max(Floats, Frames.size() + kGrowFloats)));
@@ -752,6 +770,7 @@ private:
     const uint64_t MaxDecodedBytes;
     const int Writer;
     const size_t FirstFloat;
+    OutputWindow Window;
     size_t Written = 0;
     std::vector<const uint8_t*> Planes;
 };
@@ -1018,9 +1037,15 @@ private:
 
 struct SecondHalf
 {
-    std::vector<float>* pFrames = nullptr;  // its output: the spare's room, or a buffer of its own
-    size_t FirstFrame = 0;                  // the frame of the whole that (*pFrames)[0] is
-    size_t WrittenFloats = 0;               // set when its thread ends
+    std::vector<float>* pFrames = nullptr;  // its output where the shared room does not take it
+    // The first half's buffer, whose room past where the first half can have
+    // written before the seam check takes the output while it lasts (see
+    // WindowFloat).
+    float* pShared = nullptr;
+    size_t SharedFloats = 0;
+    size_t FirstFrame = 0;     // the frame of the whole that the output's first is
+    size_t WrittenFloats = 0;  // set when its thread ends
+    size_t WindowFloat = 0;    // set when its thread ends: where in pShared its output starts; 0: in *pFrames
     SeamOffer Seam;
     std::atomic<bool> bAbandoned{false};  // set by the first half: stop, nothing is wanted
     Failure Failed;
@@ -1154,6 +1179,23 @@ int64_t RoundUpTo(int64_t Value, int64_t Step)
     return (Value + Step - 1) / Step * Step;
 }
 
+// Between what the first half can have written when it checks the seam and
+// where the second half's output starts in a shared buffer: more than any
+// one decoded frame adds, with the room the converter clears ahead.
+constexpr size_t kWindowGapFloats = size_t(1) << 20;
+
+// The middle of the file in output floats: both halves know it before the seam.
+size_t MiddleFloat(const HalfPlan& Plan)
+{
+    return static_cast<size_t>(av_rescale(Plan.MiddleSample, kOutRate, Plan.SampleRate)) * kOutChannels;
+}
+
+// Where the second half's output starts in the first half's buffer.
+size_t WindowStartFloat(const HalfPlan& Plan, size_t SeamFrame)
+{
+    return std::max((SeamFrame + kSeamCheckFrames) * kOutChannels, MiddleFloat(Plan)) + kWindowGapFloats;
+}
+
 // The second half, on its own thread with its own file, demuxer, decoder and
 // resampler. Gives up quietly where it cannot be exact: the first half then
 // decodes on to the end.
@@ -1186,9 +1228,13 @@ void DecodeSecondHalfOrGiveUp(const HalfPlan& Plan, Prefaulter& Faults, SecondHa
     Half.Seam.PacketSample = middle;
     Half.Seam.SeamFrame = static_cast<size_t>(RoundUpTo(middle, inputCycle) / inputCycle * outputCycle);
     const size_t seamFloat = (Half.Seam.SeamFrame - Half.FirstFrame) * kOutChannels;
+    OutputWindow window;
+    const size_t windowFloat = WindowStartFloat(Plan, Half.Seam.SeamFrame);
+    if (Half.pShared && windowFloat < Half.SharedFloats)
+        window = {Half.pShared + windowFloat, Half.SharedFloats - windowFloat};
 
     Converter convert(session, *Half.pFrames, Faults, Plan.pControl->MaxDecodedBytes, 1,
-                      Half.FirstFrame * kOutChannels);
+                      Half.FirstFrame * kOutChannels, window);
     AVFrame* slot = session.Slots.front();
     bool bFeeding = false;
     int64_t toSkip = firstInput - lead, fed = 0;
@@ -1208,7 +1254,7 @@ void DecodeSecondHalfOrGiveUp(const HalfPlan& Plan, Prefaulter& Faults, SecondHa
         const size_t headEnd = seamFloat + kSeamCheckFrames * kOutChannels;
         if (ok && !Half.Seam.IsOffered() && convert.WrittenFloats() >= headEnd)
         {
-            Half.Seam.Head.assign(Half.pFrames->begin() + seamFloat, Half.pFrames->begin() + headEnd);
+            Half.Seam.Head.assign(convert.Data() + seamFloat, convert.Data() + headEnd);
             Half.Seam.Offer();
         }
         return ok;
@@ -1229,6 +1275,7 @@ void DecodeSecondHalfOrGiveUp(const HalfPlan& Plan, Prefaulter& Faults, SecondHa
         DecodePackets(session, sink);
     }
     Half.WrittenFloats = convert.WrittenFloats();
+    Half.WindowFloat = convert.IsInWindow() ? windowFloat : 0;
 }
 
 void DecodeSecondHalf(const HalfPlan& Plan, Prefaulter& Faults, SecondHalf& Half)
@@ -1261,6 +1308,16 @@ size_t DecodeInHalves(const HalfPlan& Plan, DecodeSession& Session, Converter& C
 {
     Session.Input.pTally = Plan.pTally;
     std::thread second([&] { DecodeSecondHalf(Plan, Faults, Half); });
+    bool bSecondEnded = false;
+    // Once the second half is not wanted, it must have stopped before the
+    // first writes where it may be writing (a shared buffer).
+    const auto endSecond = [&] {
+        if (bSecondEnded)
+            return;
+        Half.bAbandoned.store(true);
+        second.join();
+        bSecondEnded = true;
+    };
     const SeamOffer& seam = Half.Seam;
     AVFrame* slot = Session.Slots.front();
     int64_t decoded = 0;
@@ -1280,21 +1337,34 @@ size_t DecodeInHalves(const HalfPlan& Plan, DecodeSession& Session, Converter& C
     };
     sink.Filled = [&](int CodecRate) {
         decoded += slot->nb_samples;
+        if (Half.pShared && !bDecided)
+        {
+            // A frame that could reach the second half's window decides: no join.
+            const size_t most = Convert.WrittenFloats() + kGrowFloats +
+                                static_cast<size_t>(av_rescale(slot->nb_samples + 4096, kOutRate, std::max(CodecRate, 1)) +
+                                                    1) * kOutChannels;
+            if (most > MiddleFloat(Plan) + kWindowGapFloats)
+            {
+                bDecided = true;
+                endSecond();
+            }
+        }
         const bool ok = !Session.Input.Cancelled() && Convert.Convert(slot, CodecRate, Failed);
         av_frame_unref(slot);
         if (!ok || bDecided || !seam.IsOffered() ||
             Convert.WrittenFloats() < seam.SeamFrame * kOutChannels + seam.Head.size())
             return ok;
         bDecided = true;
-        bJoined = bPositionRight && SameWithin(Convert.Output().data() + seam.SeamFrame * kOutChannels, seam.Head);
+        bJoined = bPositionRight && SameWithin(Convert.Data() + seam.SeamFrame * kOutChannels, seam.Head);
         if (!bJoined)
-            Half.bAbandoned.store(true);
+            endSecond();
         return !bJoined;
     };
     DecodePackets(Session, sink);
     if (!bJoined)
         Half.bAbandoned.store(true);
-    second.join();
+    if (!bSecondEnded)
+        second.join();
     return bJoined ? seam.SeamFrame : 0;
 }
 
@@ -1309,14 +1379,24 @@ size_t JoinedFloats(size_t SeamFrame, const SecondHalf& Half)
     return SeamFrame * kOutChannels + Half.WrittenFloats - SeamFloatInHalf(SeamFrame, Half);
 }
 
-// The first half's frames up to the seam, then the second half's.
+// The first half's frames up to the seam, then the second half's: moved down
+// within the buffer where the second half wrote into its room, else copied.
 bool JoinHalves(std::vector<float>& Frames, size_t SeamFrame, const SecondHalf& Half, std::string& OutMessage)
 {
     OutMessage = Half.Failed.Get();
     if (!OutMessage.empty())
         return false;
-    const auto from = Half.pFrames->begin() + static_cast<ptrdiff_t>(SeamFloatInHalf(SeamFrame, Half));
     Frames.resize(SeamFrame * kOutChannels);
+    if (Half.WindowFloat > 0)
+    {
+        // Beyond the vector's end but within its room: inserting from there
+        // is one memmove, and nothing is cleared first.
+        const float* from = Frames.data() + Half.WindowFloat + SeamFloatInHalf(SeamFrame, Half);
+        const float* to = Frames.data() + Half.WindowFloat + Half.WrittenFloats;
+        Frames.insert(Frames.end(), from, to);
+        return true;
+    }
+    const auto from = Half.pFrames->begin() + static_cast<ptrdiff_t>(SeamFloatInHalf(SeamFrame, Half));
     Frames.insert(Frames.end(), from, Half.pFrames->begin() + static_cast<ptrdiff_t>(Half.WrittenFloats));
     Half.pFrames->clear();
     return true;
@@ -1367,22 +1447,19 @@ bool Decode(const std::string& Path, const DecodeControl& Control, DecodedAudio&
 
     std::vector<float> frames;
     const size_t expectedFloats = ReserveForDuration(frames, session.Format, session.Input.File.SizeBytes, Control.MaxDecodedBytes);
-    std::vector<float> spare;
-    if (Control.bSpareBuffer)
-        ReserveSpare(spare, frames.capacity());
     const double durationSec = static_cast<double>(session.Format->duration) / AV_TIME_BASE;
     const bool bHalves = bPipeline && expectedFloats > 0 && durationSec >= Control.HalvesFromSec;
-    // Without a spare, the second half writes into a buffer of its own.
+    // The second half writes into the room of the output itself, far enough
+    // past the middle, and moves down at the join; a buffer of its own takes
+    // what does not fit there.
     std::vector<float> ownHalf;
     SecondHalf half;
-    half.pFrames = Control.bSpareBuffer ? &spare : &ownHalf;
-    if (bHalves && !Control.bSpareBuffer)
-        LargeBuffer::ReserveFloats(ownHalf, expectedFloats / 2);
+    half.pFrames = &ownHalf;
+    half.pShared = frames.data();
+    half.SharedFloats = frames.capacity();
     // The expected audio only: the headroom stays untouched, and costs no memory.
     Prefaulter faults;
     faults.AddRegion(frames.data(), std::min(frames.capacity(), expectedFloats) * sizeof(float));
-    faults.AddRegion(spare.data(), std::min(spare.capacity(), expectedFloats) * sizeof(float));
-    faults.AddRegion(ownHalf.data(), ownHalf.capacity() * sizeof(float), Prefaulter::kSecondWriter);
     faults.Start();
     Converter convert(session, frames, faults, Control.MaxDecodedBytes);
     Failure failed;
@@ -1421,11 +1498,7 @@ bool Decode(const std::string& Path, const DecodeControl& Control, DecodedAudio&
         OutMessage = "No audio could be decoded from the file.";
     if (!OutMessage.empty())
         return false;
-    // A spare outgrown by a file longer than its header said is no use.
-    if (spare.capacity() < frames.size())
-        std::vector<float>().swap(spare);
     Out.Frames = std::move(frames);
-    Out.Spare = std::move(spare);
     Out.SecondHalfFromFrame = seamFrame;
     DescribeSource(session, Out);
     if (Control.pProgress)

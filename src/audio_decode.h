@@ -15,10 +15,6 @@ struct DecodedAudio
 {
     // Interleaved float, 48000 Hz, 2 channels. Laid out once, on huge pages.
     std::vector<float> Frames;
-    // Asked for with DecodeControl::bSpareBuffer: empty, with room for a copy
-    // of Frames whose pages were faulted in while decoding (the editor's
-    // record of the document goes there). Empty without room otherwise.
-    std::vector<float> Spare;
     // The decoder's and the container's long names ("MP3 (MPEG audio layer 3)"),
     // or their short names where FFmpeg has no long one.
     std::string CodecName;
@@ -63,9 +59,6 @@ struct DecodeControl
     // from the start. Shorter files, or where that cannot be shown, are
     // decoded and resampled as a pipeline.
     double HalvesFromSec = 60.0;
-    // Also make DecodedAudio::Spare ready, its pages faulted in beside the
-    // decoding, not after it.
-    bool bSpareBuffer = false;
 };
 
 // FFmpeg sizes some allocations by what a file says: a WAV's INFO tags made a
