@@ -157,8 +157,11 @@ for line in open(resultsPath):
 median = lambda values: statistics.median(values)
 
 bench = {}
-for entry in json.load(open(benchPath))["benchmarks"]:
-    if entry.get("aggregate_name") == "median":
+entries = json.load(open(benchPath))["benchmarks"]
+# One repetition (RUNS=1) gives no aggregates: its one run stands for the median.
+wanted = "median" if any(e.get("aggregate_name") == "median" for e in entries) else None
+for entry in entries:
+    if entry.get("aggregate_name") == wanted:
         # "BM_Name[/capture]/iterations:N" -> "BM_Name[/capture]"
         name = "/".join(part for part in entry["run_name"].split("/") if not part.startswith("iterations:"))
         bench[name] = entry["real_time"]  # milliseconds
