@@ -465,19 +465,6 @@ bool GLDeckAudioPlayer::PlayPcm(std::vector<float> Frames, int SampleRate, int C
 
 void GLDeckAudioPlayer::Stop() { pImpl->EndPlayback(); }
 
-std::vector<float> GLDeckAudioPlayer::TakeBackFrames()
-{
-    pImpl->EndPlayback();
-    std::vector<float> taken;
-    std::lock_guard<std::mutex> guard(pImpl->Lock);
-    Impl& state = *pImpl;
-    taken.swap(state.Frames);
-    // A device callback that still came would find the end, not the memory.
-    state.FrameCount = 0;
-    state.SourcePos = 0.0;
-    return taken;
-}
-
 void GLDeckAudioPlayer::SetPaused(bool bPause)
 {
     {

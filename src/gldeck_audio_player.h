@@ -33,12 +33,6 @@ public:
                  std::string* ErrorMessage);
     // Ends playback; IsPlaying() is false when it returns.
     void Stop();
-    // Ends playback as Stop does and hands back the frames it played, so that
-    // a caller can refill their memory for the next PlayPcm instead of paying
-    // for fresh pages. The playback thread and the device have let go of them
-    // when this returns, and the player keeps no reference. Empty when there
-    // is nothing to give (before the first PlayPcm, or after a take-back).
-    std::vector<float> TakeBackFrames();
     void SetPaused(bool bPause);
     void TogglePaused();
     // A request: the playback thread moves there within a few milliseconds.

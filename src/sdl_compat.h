@@ -1,5 +1,7 @@
-// The one place that knows whether SDL3 or SDL2 is underneath. Everything else
+// Whether SDL3 or SDL2 is underneath, for the spellings both share: code
 // includes this header and uses the SDL3 spellings defined here for both.
+// Where the two differ in more than a name (the player's audio stream) the
+// code keeps its own GLWE_USE_SDL3 branches.
 #pragma once
 
 #if GLWE_USE_SDL3

@@ -139,48 +139,6 @@ TEST(AudioPlayer, EndOfTheAudioStopsPlayingAtItsLengthAfterThatMuchWallTime)
     EXPECT_DOUBLE_EQ(player->CurrentSeconds(), 0.5);
 }
 
-// The editor refills the memory of the last playback for the next one; the
-// player must give it back only once nothing of its own reads it any more.
-TEST(AudioPlayer, TakeBackEndsThePlaybackAndHandsOverItsMemoryForTheNextOne)
-{
-    auto player = SilentPlayer();
-    EXPECT_TRUE(player->TakeBackFrames().empty());  // nothing played yet
-
-    std::vector<float> first = RampFrames(48000 * 10, 1e-6f);  // 10 s
-    const std::vector<float> firstContent = first;
-    const float* const memory = first.data();
-    ASSERT_TRUE(player->PlayPcm(std::move(first), 48000, 2, 0.0, nullptr));
-    ASSERT_TRUE(WaitFor([&] { return player->CurrentSeconds() > 0.05; }));
-
-    std::vector<float> taken = player->TakeBackFrames();
-    EXPECT_FALSE(player->IsPlaying());
-    EXPECT_EQ(taken.data(), memory);
-    EXPECT_TRUE(taken == firstContent);  // playing never writes into the frames
-    const double frozen = player->CurrentSeconds();
-    std::this_thread::sleep_for(milliseconds(50));
-    EXPECT_EQ(player->CurrentSeconds(), frozen);      // no thread moves on
-    EXPECT_TRUE(player->TakeBackFrames().empty());  // handed over once
-
-    // The second playback in the same memory: 2 s (192000 floats, less than
-    // the 960000 there) from 1.5 s, so it ends 0.5 s later at 2.0 s, not at 10.
-    taken.assign(48000 * 2 * 2, -0.5f);
-    ASSERT_EQ(taken.data(), memory);
-    ASSERT_TRUE(player->PlayPcm(std::move(taken), 48000, 2, 1.5, nullptr));
-    EXPECT_TRUE(player->IsPlaying());
-    EXPECT_GE(player->CurrentSeconds(), 1.5);
-    EXPECT_LT(player->CurrentSeconds(), 1.6);
-    EXPECT_TRUE(WaitFor([&] { return !player->IsPlaying(); }));
-    EXPECT_DOUBLE_EQ(player->CurrentSeconds(), 2.0);
-
-    // A playback replaced by PlayPcm is gone with its memory; the take-back
-    // gives the one that replaced it.
-    std::vector<float> third = Silence(1.0, 48000, 2);
-    const float* const thirdMemory = third.data();
-    ASSERT_TRUE(player->PlayPcm(player->TakeBackFrames(), 48000, 2, 0.0, nullptr));
-    ASSERT_TRUE(player->PlayPcm(std::move(third), 48000, 2, 0.0, nullptr));
-    EXPECT_EQ(player->TakeBackFrames().data(), thirdMemory);
-}
-
 TEST(AudioPlayer, StopEndsPlayingOrPausedPlaybackBeforeItReturns)
 {
     auto player = SilentPlayer();

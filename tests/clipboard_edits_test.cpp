@@ -16,9 +16,7 @@ struct Rig
     // A document of Seconds at 48000 Hz, frame f = (f, -f).
     explicit Rig(double Seconds)
     {
-        Editor.NewUntitledDocument();
-        Access::PcmFrames(Editor) = RampFrames(static_cast<size_t>(Seconds * 48000), 1.0f);
-        Editor.DurationSec = Editor.ViewEndSec = Seconds;
+        Editor.AdoptDecodedDocument("ramp.wav", RampFrames(static_cast<size_t>(Seconds * 48000), 1.0f));
         Log.Clear();
     }
     void Select(double A, double B) { Access::SelectionStartValueSec(Editor) = A, Access::SelectionEndValueSec(Editor) = B; }
@@ -131,7 +129,7 @@ TEST(ClipboardEdits, OneClipboardServesEveryDocumentAndOutlivesItsSource)
     r.Select(1.0, 1.5);
     r.Editor.RequestCopySelection();
     r.Editor.CloseActiveDocument();  // the source goes; a new untitled document takes its place
-    EXPECT_EQ(r.Editor.SourcePath(), "Untitled-2.ogg");
+    EXPECT_EQ(r.Editor.SourcePath(), "Untitled-1.ogg");
     r.Log.Clear();
     Access::HoverTimeSec(r.Editor) = 3.0;
     r.Editor.RequestPasteAtSelection();

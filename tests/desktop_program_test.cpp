@@ -201,18 +201,6 @@ TEST_F(DesktopProgram, AClickSeeksAndABadFileShowsItsReasonInTheStatusBarWithout
     EXPECT_GT(shot.Count(g.X + clickX - 3, top, g.X + clickX + 4, bottom, 102, 242, 140, 40), 50);
 }
 
-TEST_F(DesktopProgram, IdleTakesLessThanOnePercentOfACore)
-{
-    const std::string file = MakeFfmpegFixture("idle.flac", "-f lavfi -i sine=f=330:d=30 -ac 2");
-    RunningProgram run(Display, {file}, Home);
-    ASSERT_TRUE(run.WaitForTitle("idle.flac", 20.0));
-    SleepSeconds(1.0);
-    const double before = run.CpuSeconds();
-    SleepSeconds(5.0);
-    const double used = run.CpuSeconds() - before;
-    EXPECT_LT(used / 5.0, 0.01) << used << " s of CPU in 5 s idle";
-}
-
 TEST_F(DesktopProgram, FramesAreDrawnWhileAnHourLongFileLoads)
 {
     // The batch mode's hour: a twenty-minute file now opens within a second.

@@ -19,9 +19,7 @@ struct Rig
 
     explicit Rig(float Level)
     {
-        Editor.NewUntitledDocument();
-        Access::PcmFrames(Editor) = ConstantFrames(192000, Level, -Level);
-        Editor.DurationSec = 4.0;
+        Editor.AdoptDecodedDocument("gain.wav", ConstantFrames(192000, Level, -Level));  // 4 s
         Log.Clear();
     }
     void Select(double A, double B) { Access::SelectionStartValueSec(Editor) = A, Access::SelectionEndValueSec(Editor) = B; }
