@@ -31,14 +31,16 @@ std::string HomeFolder()
     return home && *home ? home : fs::current_path().string();
 }
 
-// "<stem> (edited).flac" beside the source, or in the home folder for an
-// untitled document; a number is added until the name is free.
+// "<stem> (edited).wav" beside a WAV source, ".flac" beside any other (a
+// lossy source comes back lossless), or in the home folder for an untitled
+// document; a number is added until the name is free.
 std::string DefaultSavePath(const GLWaveEdit& Editor, const DocumentInfo& Info)
 {
     const fs::path source = Info.SourcePath.empty() ? fs::path(HomeFolder()) / fs::path(Editor.SourcePath()).filename()
                                                     : fs::path(Info.SourcePath);
     const std::string stem = source.stem().string().empty() ? "untitled" : source.stem().string();
     const std::string suffix = Info.SourcePath.empty() ? "" : " (edited";
+    const std::string extension = ProposedExtension(Info.Source);
     for (int n = 1; n < 1000; ++n)
     {
         std::string name = stem + suffix;
@@ -46,26 +48,18 @@ std::string DefaultSavePath(const GLWaveEdit& Editor, const DocumentInfo& Info)
             name += n == 1 ? ")" : " " + std::to_string(n) + ")";
         else if (n > 1)
             name += " " + std::to_string(n);
-        const fs::path candidate = source.parent_path() / (name + ".flac");
+        const fs::path candidate = source.parent_path() / (name + extension);
         std::error_code error;
         if (!fs::exists(candidate, error))
             return candidate.string();
     }
-    return (source.parent_path() / (stem + " (edited).flac")).string();
+    return (source.parent_path() / (stem + " (edited)" + extension)).string();
 }
 
 bool SameFile(const std::string& A, const std::string& B)
 {
     std::error_code error;
     return !A.empty() && !B.empty() && fs::equivalent(A, B, error);
-}
-
-std::string FormatWords(const std::string& Path)
-{
-    std::string ext = fs::path(Path).extension().string();
-    for (char& c : ext)
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return ext.empty() ? "audio" : ext.substr(1);
 }
 
 void StartSaveJob(Program& App, uint64_t Id, const std::string& Path, int BitrateKbps)
@@ -78,8 +72,13 @@ void StartSaveJob(Program& App, uint64_t Id, const std::string& Path, int Bitrat
     request.pFrames = &editor.ActiveFrames();
     request.SampleRate = editor.ActiveSampleRate();
     request.Channels = editor.ActiveChannels();
+    const DocumentInfo& info = App.Docs.Info(Id);
+    request.Tags = info.Tags;
+    request.Source = info.Source;
+    request.Format = info.Save;
+    request.Format.BitrateKbps = BitrateKbps;
     request.BitrateKbps = BitrateKbps;
-    request.Tags = App.Docs.Info(Id).Tags;
+    request.bOwnFormat = true;
     if (!App.Work.StartSave(std::move(request)))
     {
         App.Complain("A save is running already; try again when it ends.");
@@ -116,9 +115,8 @@ void ConfirmAndSave(Program& App, uint64_t Id, const std::string& Path, int Bitr
     if (SameFile(Path, App.Docs.Info(Id).SourcePath))
     {
         question.Title = "Overwrite the original?";
-        question.Text = FileName(Path) + " is the file this document was opened from. Saving over it re-encodes it as " +
-                        "48 kHz stereo " + FormatWords(Path) +
-                        "; its own encoding, rate and channels cannot be recovered afterwards.";
+        question.Text = FileName(Path) + " is the file this document was opened from. Saving over it writes it as " +
+                        DescribeSave(App.Docs.Info(Id).Save, Path) + "; the file as it is now cannot be recovered afterwards.";
         question.Buttons = {"Overwrite original", "Cancel"};
     }
     else

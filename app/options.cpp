@@ -30,13 +30,19 @@ const char* UsageText()
            "Opens each FILE in a tab (a generated demo clip when there is none).\n"
            "\n"
            "Batch mode, without a window; steps run in the order given:\n"
-           "  --info                 print format, duration and frame count of each FILE\n"
+           "  --info                 print format, duration and frame count of each FILE,\n"
+           "                         and the format --save writes it in\n"
            "  --select START END     select START..END seconds\n"
            "  --cut, --delete        remove the selection (cut also copies it)\n"
            "  --gain PERCENT         gain on the selection, or on everything\n"
-           "  --save OUT             save to OUT; the format follows the extension:\n"
-           "                         .flac .wav .ogg .opus .mp3 .m4a\n"
-           "  --bitrate KBPS         bitrate of lossy formats (default 192)\n"
+           "  --save OUT             save to OUT; the container follows the extension:\n"
+           "                         .flac .wav .ogg .opus .mp3 .m4a; the source's rate,\n"
+           "                         channels and bit depth are kept unless chosen below\n"
+           "  --rate HZ              sample rate of the saved file\n"
+           "  --channels 1|2         mono or stereo\n"
+           "  --bits 16|24|32        bit depth of .wav and .flac (32: float, .wav only)\n"
+           "  --dither               triangular dither when reducing to 16 or 24 bits\n"
+           "  --bitrate KBPS         bitrate of lossy formats (default: the source's, else 192)\n"
            "  --overwrite            let --save replace an existing file\n"
            "Other options:\n"
            "  --seek SEC             start with the play position at SEC\n"
@@ -97,6 +103,24 @@ bool ParseOptions(int Argc, char** Argv, Options& Out, std::string& OutError)
             Out.BitrateKbps = static_cast<int>(a);
             c.At += 1;
         }
+        else if (arg == "--rate" && c.Has(1) && ParseNumber(c.Arg(1), a) && a >= 8000 && a <= 384000 &&
+                 a == std::floor(a))
+        {
+            Out.RateHz = static_cast<int>(a);
+            c.At += 1;
+        }
+        else if (arg == "--channels" && c.Has(1) && ParseNumber(c.Arg(1), a) && (a == 1 || a == 2))
+        {
+            Out.Channels = static_cast<int>(a);
+            c.At += 1;
+        }
+        else if (arg == "--bits" && c.Has(1) && ParseNumber(c.Arg(1), a) && (a == 16 || a == 24 || a == 32))
+        {
+            Out.Bits = static_cast<int>(a);
+            c.At += 1;
+        }
+        else if (arg == "--dither")
+            Out.bDither = true;
         else if (arg == "--seek" && c.Has(1) && ParseNumber(c.Arg(1), Out.SeekSec))
         {
             Out.bSeek = true;
