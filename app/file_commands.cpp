@@ -89,8 +89,10 @@ void StartSaveJob(Program& App, uint64_t Id, const std::string& Path, int Bitrat
     App.Say("Saving " + FileName(Path) + "...");
 }
 
-// The last look before writing: a usable name, and a question before any
-// existing file is replaced.
+void ConfirmReplaceAndSave(Program& App, uint64_t Id, const std::string& Path, int BitrateKbps);
+
+// The last look before writing: a usable name, the format, and a question
+// before any existing file is replaced.
 void ConfirmAndSave(Program& App, uint64_t Id, const std::string& Path, int BitrateKbps)
 {
     if (Path.empty())
@@ -106,6 +108,24 @@ void ConfirmAndSave(Program& App, uint64_t Id, const std::string& Path, int Bitr
         OnSaveFinished(App, Id, false);
         return;
     }
+    if (IsLossyTarget(Path))
+        App.Docs.Info(Id).Save.BitrateKbps = BitrateKbps;
+    AskSaveFormat(
+        App, Id, Path,
+        [&App, Id](const std::string& Chosen, const SaveFormat& Format) {
+            App.Docs.Info(Id).Save = Format;
+            ConfirmReplaceAndSave(App, Id, Chosen, Format.BitrateKbps);
+        },
+        [&App, Id] {
+            App.Say("Save cancelled.");
+            OnSaveFinished(App, Id, false);
+        });
+}
+
+// A question before an existing file is replaced, then the save.
+void ConfirmReplaceAndSave(Program& App, uint64_t Id, const std::string& Path, int BitrateKbps)
+{
+    std::error_code error;
     if (!fs::exists(Path, error))
     {
         StartSaveJob(App, Id, Path, BitrateKbps);
@@ -152,7 +172,7 @@ void AskSaveAs(Program& App, uint64_t Id)
     prompt.Text = "Save to (the format follows the extension):";
     prompt.Path = suggestion;
     prompt.bSave = true;
-    prompt.BitrateKbps = App.Settings.LossyBitrateKbps;
+    prompt.BitrateKbps = App.Docs.Info(Id).Save.BitrateKbps;
     prompt.OnAnswer = [&App, Id](const std::vector<std::string>& Paths, int Kbps) {
         ConfirmAndSave(App, Id, Paths.empty() ? std::string() : Paths.front(), Kbps);
     };
@@ -163,6 +183,14 @@ void AskSaveAs(Program& App, uint64_t Id)
 bool IsEditorFrozen(const Program& App)
 {
     return App.Work.IsSnapshotting();
+}
+
+std::string DocumentName(const Program& App, uint64_t Id, const std::string& SourcePath)
+{
+    const DocumentInfo* info = App.Docs.Find(Id);
+    if (info && !info->SaveTarget.empty())
+        return FileName(info->SaveTarget);
+    return FileName(SourcePath);
 }
 
 // --- Open ---
@@ -227,7 +255,7 @@ void CommandSave(Program& App, bool bAlwaysAsk)
     }
     const DocumentInfo& info = App.Docs.Info(id);
     if (!bAlwaysAsk && !info.SaveTarget.empty())
-        StartSaveJob(App, id, info.SaveTarget, App.Settings.LossyBitrateKbps);
+        StartSaveJob(App, id, info.SaveTarget, info.Save.BitrateKbps);
     else
         AskSaveAs(App, id);
 }
@@ -259,7 +287,7 @@ void PollChooser(Program& App)
         OpenPaths(App, paths);
     else if (purpose == 2)
         ConfirmAndSave(App, App.ChooserDocument, paths.empty() ? std::string() : paths.front(),
-                       App.Settings.LossyBitrateKbps);
+                       App.Docs.Info(App.ChooserDocument).Save.BitrateKbps);
 }
 
 void TakeFinishedJobs(Program& App)

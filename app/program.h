@@ -7,6 +7,7 @@
 #include <SDL.h>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -85,6 +86,9 @@ void PollChooser(Program& App);
 void TakeFinishedJobs(Program& App);
 // The editor's frames must not change: a save is copying them.
 bool IsEditorFrozen(const Program& App);
+// The file name a document goes by: the file it now saves to after a Save
+// As, else its source's (SourcePath, when given, for one never saved).
+std::string DocumentName(const Program& App, uint64_t Id, const std::string& SourcePath);
 
 // --- restore.cpp: the recovery journal's side of the program ---
 // Journals edit Serial of the active document (called after each edit).
@@ -93,6 +97,14 @@ void JournalLastEdit(Program& App, size_t FramesBefore, double GainPercent);
 void OfferRestores(Program& App);
 // A file just opened: replays the journal that waited for it, if any.
 void ReplayPendingRestore(Program& App, const std::string& Path);
+
+// --- save_dialog.cpp: the saved file's format, after its name ---
+using SaveFormatAnswer = std::function<void(const std::string& Path, const SaveFormat& Format)>;
+// Shows the format a save of document Id to Path writes, from the one the
+// document remembers; OnSave gets the path (its extension follows the chosen
+// format) and the format, OnCancel runs when the user cancels.
+void AskSaveFormat(Program& App, uint64_t Id, const std::string& Path, SaveFormatAnswer OnSave,
+                   std::function<void()> OnCancel);
 
 // --- status_bar.cpp ---
 void DrawStatusBar(Program& App);
