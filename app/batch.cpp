@@ -36,6 +36,7 @@ private:
 };
 
 constexpr auto kPollInterval = std::chrono::milliseconds(50);
+constexpr int kDefaultLossyKbps = 192;
 
 // Waits for a background job's result, showing its progress meanwhile.
 template <typename Result, typename Take, typename Progress>
@@ -50,6 +51,22 @@ Result WaitFor(const std::string& What, Take TakeResult, Progress Fraction)
     }
     progress.End();
     return result;
+}
+
+// The source's format, with what the command line chose instead.
+SaveFormat BatchSaveFormat(const SourceFormat& Source, const Options& Opts)
+{
+    SaveFormat format = DefaultSaveFormat(Source, kDefaultLossyKbps);
+    if (Opts.RateHz > 0)
+        format.SampleRate = Opts.RateHz;
+    if (Opts.Channels > 0)
+        format.Channels = Opts.Channels;
+    if (Opts.Bits > 0)
+        format.Bits = Opts.Bits;
+    if (Opts.BitrateKbps > 0)
+        format.BitrateKbps = Opts.BitrateKbps;
+    format.bDither = Opts.bDither;
+    return format;
 }
 
 bool SaveAndWait(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const std::string& Path, const Options& Opts)
@@ -67,8 +84,14 @@ bool SaveAndWait(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const std::strin
     request.pFrames = &Editor.ActiveFrames();
     request.SampleRate = Editor.ActiveSampleRate();
     request.Channels = Editor.ActiveChannels();
-    request.BitrateKbps = Opts.BitrateKbps;
     request.Tags = Docs.Info(id).Tags;
+    request.Source = Docs.Info(id).Source;
+    request.Format = BatchSaveFormat(request.Source, Opts);
+    request.BitrateKbps = request.Format.BitrateKbps;
+    request.bOwnFormat = true;
+    const std::string warning = ChannelWarning(request.Source);
+    if (!warning.empty() && Opts.Channels == 0)
+        std::fprintf(stderr, "glwaveedit: %s\n", warning.c_str());
     Work.StartSave(std::move(request));
     const SaveResult result = WaitFor<SaveResult>(
         "saving " + Path, [&Work](SaveResult& Out) { return Work.TakeSaved(Out); },
@@ -82,11 +105,17 @@ bool SaveAndWait(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const std::strin
     return true;
 }
 
-void PrintInfo(const std::string& Path, const DocumentInfo& Info, const GLWaveEdit& Editor)
+void PrintInfo(const std::string& Path, const DocumentInfo& Info, const GLWaveEdit& Editor, const Options& Opts)
 {
     const size_t frames = Editor.ActiveFrames().size() / 2;
     std::printf("file: %s\nformat: %s\nduration: %.3f s\nframes: %zu at 48000 Hz stereo\n", Path.c_str(),
                 Info.FormatSummary.c_str(), static_cast<double>(frames) / 48000.0, frames);
+    const std::string sample = "x" + (Info.Source.bLossy || !Info.Source.bKnown ? ProposedExtension(Info.Source)
+                                                                                : std::filesystem::path(Path).extension().string());
+    std::printf("saves as: %s\n", DescribeSave(BatchSaveFormat(Info.Source, Opts), sample).c_str());
+    const std::string warning = ChannelWarning(Info.Source);
+    if (!warning.empty())
+        std::printf("note: %s\n", warning.c_str());
 }
 }  // namespace
 
@@ -100,6 +129,8 @@ void AdoptOpened(GLWaveEdit& Editor, Session& Docs, OpenResult& Opened)
     info.SourcePath = Opened.Path;
     info.FormatSummary = Opened.Format;
     info.Tags = std::move(Opened.Audio.Tags);
+    info.Source = Opened.Source;
+    info.Save = DefaultSaveFormat(info.Source, info.Save.BitrateKbps);
 }
 
 bool OpenAndWait(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const std::string& Path, std::string& OutError)
@@ -168,7 +199,7 @@ int RunBatch(const Options& Opts)
             return 1;
         }
         if (Opts.bInfo)
-            PrintInfo(path, docs.Info(editor.DocumentIdAt(editor.ActiveDocument())), editor);
+            PrintInfo(path, docs.Info(editor.DocumentIdAt(editor.ActiveDocument())), editor, Opts);
     }
     return RunBatchSteps(editor, work, docs, Opts) ? 0 : 1;
 }

@@ -85,12 +85,23 @@ void Dialogs::Ask(NumberPrompt N)
     Pending.push_back(std::move(entry));
 }
 
+void Dialogs::Ask(PanelPrompt Panel)
+{
+    Entry entry;
+    entry.Kind = 3;
+    entry.Panel = std::move(Panel);
+    Pending.push_back(std::move(entry));
+}
+
 void Dialogs::Draw()
 {
     if (Pending.empty())
         return;
     Entry& front = Pending.front();
-    const std::string title = (front.Kind == 0 ? front.Q.Title : front.Kind == 1 ? front.P.Title : front.N.Title);
+    const std::string title = front.Kind == 0   ? front.Q.Title
+                              : front.Kind == 1 ? front.P.Title
+                              : front.Kind == 2 ? front.N.Title
+                                                : front.Panel.Title;
     const std::string id = title + "##dialog" + std::to_string(Serial);
     if (!front.bOpened)
     {
@@ -101,9 +112,10 @@ void Dialogs::Draw()
     if (!BeginCentredModal(id))
         return;
     std::function<void()> after;
-    const bool done = front.Kind == 0 ? DrawQuestion(front, after)
+    const bool done = front.Kind == 0   ? DrawQuestion(front, after)
                       : front.Kind == 1 ? DrawPath(front, after)
-                                        : DrawNumber(front, after);
+                      : front.Kind == 2 ? DrawNumber(front, after)
+                                        : front.Panel.Draw(after);
     if (done)
         ImGui::CloseCurrentPopup();
     ImGui::EndPopup();
@@ -182,7 +194,7 @@ bool Dialogs::DrawPath(Entry& E, std::function<void()>& OutAfter)
             }
         }
         else
-            ImGui::TextDisabled("Lossless: .flac (24-bit) or .wav (32-bit float). Lossy: .ogg .opus .mp3 .m4a");
+            ImGui::TextDisabled("Lossless: .flac or .wav (depth and rate come next). Lossy: .ogg .opus .mp3 .m4a");
     }
     const bool accept = ImGui::Button(E.P.bSave ? "Save" : "Open", ImVec2(120, 0)) || entered;
     ImGui::SameLine();

@@ -40,12 +40,22 @@ struct NumberPrompt
     std::function<void(bool, double)> OnAnswer;  // false when cancelled
 };
 
+// A dialog whose body its owner draws (the save format's choices): Draw runs
+// inside the modal every frame and returns true once answered, leaving what
+// to do then in its argument, which runs after the dialog has closed.
+struct PanelPrompt
+{
+    std::string Title;
+    std::function<bool(std::function<void()>&)> Draw;
+};
+
 class Dialogs
 {
 public:
     void Ask(Question Q);
     void Ask(PathPrompt P);
     void Ask(NumberPrompt N);
+    void Ask(PanelPrompt Panel);
     bool IsShowing() const { return !Pending.empty(); }
     // The dialog in front has not been drawn long enough to take keys: its
     // popup opens on one frame and its field takes the focus on a later one.
@@ -57,10 +67,11 @@ public:
 private:
     struct Entry
     {
-        int Kind = 0;  // 0 question, 1 path, 2 number
+        int Kind = 0;  // 0 question, 1 path, 2 number, 3 panel
         Question Q;
         PathPrompt P;
         NumberPrompt N;
+        PanelPrompt Panel;
         std::string Buffer;
         bool bOpened = false;
         bool bFocusField = true;

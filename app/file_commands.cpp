@@ -31,14 +31,16 @@ std::string HomeFolder()
     return home && *home ? home : fs::current_path().string();
 }
 
-// "<stem> (edited).flac" beside the source, or in the home folder for an
-// untitled document; a number is added until the name is free.
+// "<stem> (edited).wav" beside a WAV source, ".flac" beside any other (a
+// lossy source comes back lossless), or in the home folder for an untitled
+// document; a number is added until the name is free.
 std::string DefaultSavePath(const GLWaveEdit& Editor, const DocumentInfo& Info)
 {
     const fs::path source = Info.SourcePath.empty() ? fs::path(HomeFolder()) / fs::path(Editor.SourcePath()).filename()
                                                     : fs::path(Info.SourcePath);
     const std::string stem = source.stem().string().empty() ? "untitled" : source.stem().string();
     const std::string suffix = Info.SourcePath.empty() ? "" : " (edited";
+    const std::string extension = ProposedExtension(Info.Source);
     for (int n = 1; n < 1000; ++n)
     {
         std::string name = stem + suffix;
@@ -46,26 +48,18 @@ std::string DefaultSavePath(const GLWaveEdit& Editor, const DocumentInfo& Info)
             name += n == 1 ? ")" : " " + std::to_string(n) + ")";
         else if (n > 1)
             name += " " + std::to_string(n);
-        const fs::path candidate = source.parent_path() / (name + ".flac");
+        const fs::path candidate = source.parent_path() / (name + extension);
         std::error_code error;
         if (!fs::exists(candidate, error))
             return candidate.string();
     }
-    return (source.parent_path() / (stem + " (edited).flac")).string();
+    return (source.parent_path() / (stem + " (edited)" + extension)).string();
 }
 
 bool SameFile(const std::string& A, const std::string& B)
 {
     std::error_code error;
     return !A.empty() && !B.empty() && fs::equivalent(A, B, error);
-}
-
-std::string FormatWords(const std::string& Path)
-{
-    std::string ext = fs::path(Path).extension().string();
-    for (char& c : ext)
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return ext.empty() ? "audio" : ext.substr(1);
 }
 
 void StartSaveJob(Program& App, uint64_t Id, const std::string& Path, int BitrateKbps)
@@ -78,8 +72,13 @@ void StartSaveJob(Program& App, uint64_t Id, const std::string& Path, int Bitrat
     request.pFrames = &editor.ActiveFrames();
     request.SampleRate = editor.ActiveSampleRate();
     request.Channels = editor.ActiveChannels();
+    const DocumentInfo& info = App.Docs.Info(Id);
+    request.Tags = info.Tags;
+    request.Source = info.Source;
+    request.Format = info.Save;
+    request.Format.BitrateKbps = BitrateKbps;
     request.BitrateKbps = BitrateKbps;
-    request.Tags = App.Docs.Info(Id).Tags;
+    request.bOwnFormat = true;
     if (!App.Work.StartSave(std::move(request)))
     {
         App.Complain("A save is running already; try again when it ends.");
@@ -90,8 +89,10 @@ void StartSaveJob(Program& App, uint64_t Id, const std::string& Path, int Bitrat
     App.Say("Saving " + FileName(Path) + "...");
 }
 
-// The last look before writing: a usable name, and a question before any
-// existing file is replaced.
+void ConfirmReplaceAndSave(Program& App, uint64_t Id, const std::string& Path, int BitrateKbps);
+
+// The last look before writing: a usable name, the format, and a question
+// before any existing file is replaced.
 void ConfirmAndSave(Program& App, uint64_t Id, const std::string& Path, int BitrateKbps)
 {
     if (Path.empty())
@@ -107,6 +108,24 @@ void ConfirmAndSave(Program& App, uint64_t Id, const std::string& Path, int Bitr
         OnSaveFinished(App, Id, false);
         return;
     }
+    if (IsLossyTarget(Path))
+        App.Docs.Info(Id).Save.BitrateKbps = BitrateKbps;
+    AskSaveFormat(
+        App, Id, Path,
+        [&App, Id](const std::string& Chosen, const SaveFormat& Format) {
+            App.Docs.Info(Id).Save = Format;
+            ConfirmReplaceAndSave(App, Id, Chosen, Format.BitrateKbps);
+        },
+        [&App, Id] {
+            App.Say("Save cancelled.");
+            OnSaveFinished(App, Id, false);
+        });
+}
+
+// A question before an existing file is replaced, then the save.
+void ConfirmReplaceAndSave(Program& App, uint64_t Id, const std::string& Path, int BitrateKbps)
+{
+    std::error_code error;
     if (!fs::exists(Path, error))
     {
         StartSaveJob(App, Id, Path, BitrateKbps);
@@ -116,9 +135,8 @@ void ConfirmAndSave(Program& App, uint64_t Id, const std::string& Path, int Bitr
     if (SameFile(Path, App.Docs.Info(Id).SourcePath))
     {
         question.Title = "Overwrite the original?";
-        question.Text = FileName(Path) + " is the file this document was opened from. Saving over it re-encodes it as " +
-                        "48 kHz stereo " + FormatWords(Path) +
-                        "; its own encoding, rate and channels cannot be recovered afterwards.";
+        question.Text = FileName(Path) + " is the file this document was opened from. Saving over it writes it as " +
+                        DescribeSave(App.Docs.Info(Id).Save, Path) + "; the file as it is now cannot be recovered afterwards.";
         question.Buttons = {"Overwrite original", "Cancel"};
     }
     else
@@ -154,7 +172,7 @@ void AskSaveAs(Program& App, uint64_t Id)
     prompt.Text = "Save to (the format follows the extension):";
     prompt.Path = suggestion;
     prompt.bSave = true;
-    prompt.BitrateKbps = App.Settings.LossyBitrateKbps;
+    prompt.BitrateKbps = App.Docs.Info(Id).Save.BitrateKbps;
     prompt.OnAnswer = [&App, Id](const std::vector<std::string>& Paths, int Kbps) {
         ConfirmAndSave(App, Id, Paths.empty() ? std::string() : Paths.front(), Kbps);
     };
@@ -165,6 +183,14 @@ void AskSaveAs(Program& App, uint64_t Id)
 bool IsEditorFrozen(const Program& App)
 {
     return App.Work.IsSnapshotting();
+}
+
+std::string DocumentName(const Program& App, uint64_t Id, const std::string& SourcePath)
+{
+    const DocumentInfo* info = App.Docs.Find(Id);
+    if (info && !info->SaveTarget.empty())
+        return FileName(info->SaveTarget);
+    return FileName(SourcePath);
 }
 
 // --- Open ---
@@ -231,7 +257,7 @@ void CommandSave(Program& App, bool bAlwaysAsk)
     if (bAlwaysAsk || info.SaveTarget.empty())
         AskSaveAs(App, id);
     else if (!ChangedOnDiskSince(App, id, info.SaveTarget))
-        StartSaveJob(App, id, info.SaveTarget, App.Settings.LossyBitrateKbps);
+        StartSaveJob(App, id, info.SaveTarget, info.Save.BitrateKbps);
     else
     {
         Question question;
@@ -241,7 +267,7 @@ void CommandSave(Program& App, bool bAlwaysAsk)
         question.Buttons = {"Save anyway", "Save As...", "Cancel"};
         question.OnAnswer = [&App, id, target = info.SaveTarget](int Answer) {
             if (Answer == 0)
-                StartSaveJob(App, id, target, App.Settings.LossyBitrateKbps);
+                StartSaveJob(App, id, target, App.Docs.Info(id).Save.BitrateKbps);
             else if (Answer == 1)
                 AskSaveAs(App, id);
             else
@@ -281,7 +307,7 @@ void PollChooser(Program& App)
         OpenPaths(App, paths);
     else if (purpose == 2)
         ConfirmAndSave(App, App.ChooserDocument, paths.empty() ? std::string() : paths.front(),
-                       App.Settings.LossyBitrateKbps);
+                       App.Docs.Info(App.ChooserDocument).Save.BitrateKbps);
 }
 
 void TakeFinishedJobs(Program& App)

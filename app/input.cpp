@@ -103,12 +103,19 @@ bool PointerInput::Deliver(Program& App, bool bEditorMayTake)
 
 bool KeyLatch::Defer(const SDL_Event& Event)
 {
+    const bool pressedNow = std::find(PressedThisFrame.begin(), PressedThisFrame.end(), Event.key.keysym.sym) !=
+                            PressedThisFrame.end();
+    // A second press of a key in one frame, or any press behind a kept
+    // event, waits too: two Returns typed ahead answer two dialogs.
+    if (Event.type == SDL_KEYDOWN && (pressedNow || !Deferred.empty()))
+    {
+        Deferred.push_back(Event);
+        return true;
+    }
     if (Event.type == SDL_KEYDOWN)
         PressedThisFrame.push_back(Event.key.keysym.sym);
     if (Event.type != SDL_KEYUP && !(Event.type == SDL_TEXTINPUT && !Deferred.empty()))
         return false;
-    const bool pressedNow = std::find(PressedThisFrame.begin(), PressedThisFrame.end(), Event.key.keysym.sym) !=
-                            PressedThisFrame.end();
     // Text after a kept release keeps its order behind it.
     if (Event.type == SDL_KEYUP && !pressedNow && Deferred.empty())
         return false;
@@ -120,6 +127,19 @@ std::deque<SDL_Event> KeyLatch::NextFrame()
 {
     PressedThisFrame.clear();
     std::deque<SDL_Event> kept;
-    kept.swap(Deferred);
+    // In order, up to a second event of one key in this frame: the rest
+    // waits for the next.
+    while (!Deferred.empty())
+    {
+        const SDL_Event& event = Deferred.front();
+        const bool bKey = event.type == SDL_KEYDOWN || event.type == SDL_KEYUP;
+        if (bKey && std::find(PressedThisFrame.begin(), PressedThisFrame.end(), event.key.keysym.sym) !=
+                        PressedThisFrame.end())
+            break;
+        if (bKey)
+            PressedThisFrame.push_back(event.key.keysym.sym);  // a release too: a press after it must wait
+        kept.push_back(event);
+        Deferred.pop_front();
+    }
     return kept;
 }

@@ -44,7 +44,8 @@ void PointerToNormalised(SDL_Window* pWindow, int X, int Y, double& OutX, double
 // Dear ImGui of this version reads keys as states once per frame, so a key
 // pressed and released within one frame (`xdotool key`, a fast typist) would
 // never be seen by a dialog. A key's release waits for the next frame when
-// its press came in this one.
+// its press came in this one, and so does a second press of a key, with
+// what comes after it.
 class KeyLatch
 {
 public:

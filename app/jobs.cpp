@@ -116,7 +116,10 @@ void Jobs::RunOpen(const std::string& Path)
     result.bOk = DecodeAudioFile(Path, control, result.Audio, &result.Error);
     result.bCancelled = !result.bOk && cancel->load();
     if (result.bOk)
+    {
         result.Format = DescribeFormat(result.Audio);
+        result.Source = SourceFormatOf(result.Audio);
+    }
     if (result.bOk && bPrepareDocuments)
     {
         result.Prepared =
@@ -203,6 +206,9 @@ void Jobs::RunSave(const SaveRequest& Request)
     options.Tags = Request.Tags;
     options.pProgress = &SaveFraction;
     options.pCancel = &bCancelSave;
+    if (Request.bOwnFormat)
+        ApplySaveFormat(Request.Format, Request.Source, snapshot.size() / static_cast<size_t>(Request.Channels),
+                        options);
     result.bOk = TarvikEncodeFloatAudioFileWith(Request.Path, snapshot.data(), snapshot.size(), Request.SampleRate,
                                                 Request.Channels, options, &result.Error);
     {
@@ -244,6 +250,11 @@ std::string DescribeFormat(const DecodedAudio& Audio)
     if (!Audio.SourceChannelLayout.empty() && Audio.SourceChannels > 2)
         channels += " (" + Audio.SourceChannelLayout + ")";
     const double decodedSec = static_cast<double>(Audio.Frames.size() / 2) / 48000.0;
-    return Audio.CodecName + ", " + std::to_string(Audio.SourceSampleRate) + " Hz, " + channels + ", " +
+    std::string depth;
+    if (Audio.bSourceLossy && Audio.SourceBitrateKbps > 0)
+        depth = std::to_string(Audio.SourceBitrateKbps) + " kb/s, ";
+    else if (!Audio.bSourceLossy && Audio.SourceBits > 0 && Audio.CodecName.find("-bit") == std::string::npos)
+        depth = std::to_string(Audio.SourceBits) + (Audio.bSourceFloat ? "-bit float, " : "-bit, ");
+    return Audio.CodecName + ", " + depth + std::to_string(Audio.SourceSampleRate) + " Hz, " + channels + ", " +
            DurationText(decodedSec);
 }

@@ -18,6 +18,7 @@
 
 #include "audio_decode.h"
 #include "glwaveedit.h"
+#include "save_format.h"
 
 // One thread that runs tasks in order until it is destroyed.
 class Worker
@@ -50,6 +51,7 @@ struct OpenResult
     std::string Error;
     DecodedAudio Audio;  // its frames moved into Prepared when asked for
     std::string Format;  // DescribeFormat of Audio, made before the frames moved
+    SourceFormat Source;  // likewise
     bool bPrepared = false;
     GLWaveEdit::PreparedDocument Prepared;
 };
@@ -64,6 +66,11 @@ struct SaveRequest
     int Channels = 2;
     int BitrateKbps = 192;
     std::map<std::string, std::string> Tags;
+    // Written in this format, converted from the frames on the way; without
+    // it, at the frames' own rate and channels in the container's default.
+    bool bOwnFormat = false;
+    SaveFormat Format;
+    SourceFormat Source;
 };
 
 struct SaveResult
@@ -140,7 +147,7 @@ private:
     void RunSave(const SaveRequest& Request);
 };
 
-// "MP3, 44100 Hz, stereo, 3:25.412": the format a file had as opened.
+// "MP3, 192 kb/s, 44100 Hz, stereo, 3:25.412": the format a file had as opened.
 std::string DescribeFormat(const DecodedAudio& Audio);
 // Seconds as h:mm:ss.mmm / m:ss.mmm / s.mmm, rounded to the millisecond.
 std::string DurationText(double Seconds);

@@ -110,8 +110,8 @@ void RefreshTitle(Program& App, std::string& Shown)
 {
     const GLWaveEdit& editor = *App.pEditor;
     std::string title = "GLWaveEdit";
-    const std::string name = std::filesystem::path(editor.SourcePath()).filename().string();
     const uint64_t id = editor.DocumentIdAt(editor.ActiveDocument());
+    const std::string name = DocumentName(App, id, editor.SourcePath());
     if (!name.empty())
         title = (App.Docs.IsModified(editor, id) ? "* " : "") + name + " - " + title;
     if (title != Shown)
@@ -272,6 +272,7 @@ void ConnectEditor(Program& App, GLWaveEdit& Editor, PointerInput& Pointer)
     Editor.TabMarkProvider = [&App](int Index) {
         return App.Docs.IsModified(*App.pEditor, App.pEditor->DocumentIdAt(Index));
     };
+    Editor.TabLabelProvider = [&App](int Index) { return DocumentName(App, App.pEditor->DocumentIdAt(Index), ""); };
     Editor.bChannelLanes = App.Settings.bChannelLanes;
     Editor.bAmplitudeDb = App.Settings.bAmplitudeDb;
     const char* lines = std::getenv("GLWE_WAVEFORM_LINES");  // "1": columns as lines, for a GLSL that misbehaves
@@ -455,7 +456,7 @@ int main(int argc, char** argv)
         const bool waited = !holdInput && options.ScreenshotPath.empty() &&
                             WaitForEvent(app, event, SDL_GetTicks() - lastFrameMs);
         const Uint64 busyFrom = SDL_GetPerformanceCounter();
-        for (const SDL_Event& kept : keys.NextFrame())
+        for (const SDL_Event& kept : holdInput ? std::deque<SDL_Event>() : keys.NextFrame())
             HandleEvent(app, pointer, kept);
         if (waited && !keys.Defer(event))
             HandleEvent(app, pointer, event);

@@ -26,13 +26,20 @@ struct Cursor
 const std::vector<OptionHelp>& OptionTable()
 {
     static const std::vector<OptionHelp> table = {
-        {"--info", "", "print format, duration and frame count of each FILE", OptionGroup::Batch},
+        {"--info", "", "print format, duration and frame count of each FILE, and the format --save writes it in",
+         OptionGroup::Batch},
         {"--select", "START END", "select START..END seconds", OptionGroup::Batch},
         {"--cut, --delete", "", "remove the selection (cut also copies it)", OptionGroup::Batch},
         {"--gain", "PERCENT", "gain on the selection, or on everything", OptionGroup::Batch},
-        {"--save", "OUT", "save to OUT; the format follows the extension:\n.flac .wav .ogg .opus .mp3 .m4a",
+        {"--save", "OUT",
+         "save to OUT; the container follows the extension:\n.flac .wav .ogg .opus .mp3 .m4a; the source's rate,\n"
+         "channels and bit depth are kept unless chosen below",
          OptionGroup::Batch},
-        {"--bitrate", "KBPS", "bitrate of lossy formats (default 192)", OptionGroup::Batch},
+        {"--rate", "HZ", "sample rate of the saved file", OptionGroup::Batch},
+        {"--channels", "1|2", "mono or stereo", OptionGroup::Batch},
+        {"--bits", "16|24|32", "bit depth of .wav and .flac (32: float, .wav only)", OptionGroup::Batch},
+        {"--dither", "", "triangular dither when reducing to 16 or 24 bits", OptionGroup::Batch},
+        {"--bitrate", "KBPS", "bitrate of lossy formats (default: the source's, else 192)", OptionGroup::Batch},
         {"--overwrite", "", "let --save replace an existing file", OptionGroup::Batch},
         {"--seek", "SEC", "start with the play position at SEC", OptionGroup::Other},
         {"--screenshot", "PNG", "draw the window, write PNG and exit", OptionGroup::Other},
@@ -87,6 +94,24 @@ bool ParseOptions(int Argc, char** Argv, Options& Out, std::string& OutError)
             Out.BitrateKbps = static_cast<int>(a);
             c.At += 1;
         }
+        else if (arg == "--rate" && c.Has(1) && ParseNumber(c.Arg(1), a) && a >= 8000 && a <= 384000 &&
+                 a == std::floor(a))
+        {
+            Out.RateHz = static_cast<int>(a);
+            c.At += 1;
+        }
+        else if (arg == "--channels" && c.Has(1) && ParseNumber(c.Arg(1), a) && (a == 1 || a == 2))
+        {
+            Out.Channels = static_cast<int>(a);
+            c.At += 1;
+        }
+        else if (arg == "--bits" && c.Has(1) && ParseNumber(c.Arg(1), a) && (a == 16 || a == 24 || a == 32))
+        {
+            Out.Bits = static_cast<int>(a);
+            c.At += 1;
+        }
+        else if (arg == "--dither")
+            Out.bDither = true;
         else if (arg == "--seek" && c.Has(1) && ParseNumber(c.Arg(1), Out.SeekSec))
         {
             Out.bSeek = true;

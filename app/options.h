@@ -26,9 +26,14 @@ struct Options
 {
     std::vector<std::string> Files;
     std::vector<BatchStep> Steps;
-    bool bInfo = false;        // print the format of each file and exit
+    bool bInfo = false;        // print the format of each file, and the one --save keeps, and exit
     bool bOverwrite = false;   // --save may replace an existing file
-    int BitrateKbps = 192;     // lossy formats in --save
+    int BitrateKbps = 0;       // lossy formats in --save; 0: the source's, else 192
+    // --save writes the source's format; these choose otherwise (0: keep).
+    int RateHz = 0;
+    int Channels = 0;
+    int Bits = 0;              // 16, 24, or 32 for float
+    bool bDither = false;
     std::string ScreenshotPath;  // draw, write this PNG, exit
     int ScreenshotFrames = 3;
     bool bSeek = false;        // --seek SEC

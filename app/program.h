@@ -7,6 +7,7 @@
 #include <SDL.h>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -93,6 +94,9 @@ void PollChooser(Program& App);
 void TakeFinishedJobs(Program& App);
 // The editor's frames must not change: a save is copying them.
 bool IsEditorFrozen(const Program& App);
+// The file name a document goes by: the file it now saves to after a Save
+// As, else its source's (SourcePath, when given, for one never saved).
+std::string DocumentName(const Program& App, uint64_t Id, const std::string& SourcePath);
 
 // --- restore.cpp: the recovery journal's side of the program ---
 // Journals edit Serial of the active document (called after each edit).
@@ -110,6 +114,14 @@ void NoteDiskStamp(Program& App, uint64_t Id, const std::string& Path);
 void CheckDiskChanges(Program& App);
 // Path is document Id's own file and another program wrote it since.
 bool ChangedOnDiskSince(Program& App, uint64_t Id, const std::string& Path);
+
+// --- save_dialog.cpp: the saved file's format, after its name ---
+using SaveFormatAnswer = std::function<void(const std::string& Path, const SaveFormat& Format)>;
+// Shows the format a save of document Id to Path writes, from the one the
+// document remembers; OnSave gets the path (its extension follows the chosen
+// format) and the format, OnCancel runs when the user cancels.
+void AskSaveFormat(Program& App, uint64_t Id, const std::string& Path, SaveFormatAnswer OnSave,
+                   std::function<void()> OnCancel);
 
 // --- status_bar.cpp ---
 void DrawStatusBar(Program& App);

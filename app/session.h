@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "save_format.h"
+
 class GLWaveEdit;
 
 // What tells that a file changed: its size and modification time.
@@ -28,12 +30,14 @@ struct DocumentInfo
     std::string SourcePath;     // the file it was opened from; "" for an untitled one
     std::string SaveTarget;     // where Ctrl+S writes without asking; "" asks (Save As)
     uint64_t SavedStateId = 0;  // the editor's EditStateId when last opened or saved
-    std::string FormatSummary;  // "MP3, 44100 Hz, stereo, 3:25.412"
+    std::string FormatSummary;  // "MP3, 192 kb/s, 44100 Hz, stereo, 3:25.412"
     std::map<std::string, std::string> Tags;  // carried over to saved files
     // The file it was opened from or last saved to, as this program left it:
     // another program writing it afterwards is told once, and a save over it asks.
     FileStamp DiskStamp;
     bool bToldChangedOnDisk = false;
+    SourceFormat Source;        // what the file was, for saving it back so
+    SaveFormat Save;            // what Ctrl+S writes: the source's format, or the last one chosen
 };
 
 class Session

@@ -126,7 +126,13 @@ echo "saves" >&2
   record "save_flac ours $sec"; done
 "$build/bench/save_file" "$cache/hour.flac" "$mp3SaveRuns" "$cache/out.mp3" | while read -r _ sec; do
   record "save_mp3 ours $sec"; done
+"$build/bench/save_file" --rate 44100 --bits 16 "$cache/hour.flac" "$runs" "$cache/out.44k.flac" |
+  while read -r _ sec; do record "save_flac44 ours $sec"; done
 raw=(-f f32le -ar 48000 -ac 2 -i "$cache/hour.f32")
+for ((run = 0; run < runs; run++)); do
+  record "save_flac44 anchor $(timed ffmpeg -hide_banner -loglevel error -nostdin -threads 1 "${raw[@]}" \
+    -af aresample=resampler=soxr -ar 44100 -sample_fmt s16 -c:a flac -y "$cache/out.anchor44.flac")"
+done
 for ((run = 0; run < runs; run++)); do
   record "save_flac anchor $(timed ffmpeg -hide_banner -loglevel error -nostdin -threads 1 "${raw[@]}" \
     -c:a flac -sample_fmt s32 -bits_per_raw_sample 24 -y "$cache/out.anchor.flac")"
@@ -209,7 +215,7 @@ rows.append(("first touch of decoded", f"{touchSec:.2f} s", "huge pages, one thr
 for fmt in ("mp3", "ogg", "flac", "wav"):
     rows.append((f"ffmpeg decoding {names[fmt]} alone", "-", f"{median(seconds[(f'decode_{fmt}', 'anchor')]):.3g} s",
                  "-", "-", "-"))
-for fmt, label in (("flac", "FLAC"), ("mp3", "MP3 192k")):
+for fmt, label in (("flac", "FLAC"), ("flac44", "FLAC back to 44.1 kHz 16-bit"), ("mp3", "MP3 192k")):
     row(f"save {label}", median(seconds[(f"save_{fmt}", "ours")]), median(seconds[(f"save_{fmt}", "anchor")]),
         "ffmpeg -threads 1", "s", 1.0,
         "the encoder's own work beyond ffmpeg's")

@@ -8,6 +8,7 @@
 
 #include "audio_codec_internal.h"
 
+#include "audio_format_convert.h"
 #include "replacement_file.h"
 
 #include <sys/stat.h>
@@ -20,6 +21,8 @@
 #include <cstring>
 #include <filesystem>
 #include <iterator>
+#include <memory>
+#include <vector>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -124,13 +127,26 @@ double VorbisQualityForKbps(int Kbps)
     return kSteps - 1.0;
 }
 
-// Float where the codec takes it, else the deepest integer format it has.
-AVSampleFormat ChooseSampleFormat(const AVCodec* pCodec)
+// The WAV codec for a depth: 16- or 24-bit integers, else float.
+const char* WavEncoderName(int SampleBits)
+{
+    return SampleBits == 16 ? "pcm_s16le" : SampleBits == 24 ? "pcm_s24le" : "pcm_f32le";
+}
+
+// Float where the codec takes it, else the deepest integer format it has;
+// 16-bit first when SampleBits asks for it.
+AVSampleFormat ChooseSampleFormat(const AVCodec* pCodec, int SampleBits)
 {
     constexpr AVSampleFormat kPreferred[] = {AV_SAMPLE_FMT_FLTP, AV_SAMPLE_FMT_FLT, AV_SAMPLE_FMT_S32P,
                                              AV_SAMPLE_FMT_S32,  AV_SAMPLE_FMT_S16P, AV_SAMPLE_FMT_S16};
+    constexpr AVSampleFormat kSixteenFirst[] = {AV_SAMPLE_FMT_S16P, AV_SAMPLE_FMT_S16};
     if (!pCodec->sample_fmts)
         return AV_SAMPLE_FMT_FLT;
+    for (AVSampleFormat preferred : kSixteenFirst)
+        for (const AVSampleFormat* pFormat = pCodec->sample_fmts;
+             SampleBits == 16 && *pFormat != AV_SAMPLE_FMT_NONE; ++pFormat)
+            if (*pFormat == preferred)
+                return preferred;
     for (AVSampleFormat preferred : kPreferred)
         for (const AVSampleFormat* pFormat = pCodec->sample_fmts; *pFormat != AV_SAMPLE_FMT_NONE; ++pFormat)
             if (*pFormat == preferred)
@@ -237,6 +253,7 @@ struct EncodeRequest
     int Channels;
     int BitrateKbps;
     const std::map<std::string, std::string>& Tags;
+    int SampleBits;
 };
 
 // The FFmpeg objects of one file, declared in the order of their making and
@@ -277,14 +294,14 @@ public:
     // share consumed after it.
     bool Write(const float* pSamples, size_t SampleCount, const SaveWatch& Watch)
     {
-        const size_t frameCount = SampleCount / static_cast<size_t>(InputChannels);
+        const size_t channels = static_cast<size_t>(pConverter ? SourceChannels : InputChannels);
+        const size_t frameCount = SampleCount / channels;
         for (size_t first = 0; first < frameCount; first += static_cast<size_t>(InputSliceFrames))
         {
             if (Watch.Cancelled())
                 return Cancel();
             const int count = static_cast<int>(std::min<size_t>(InputSliceFrames, frameCount - first));
-            const uint8_t* pInput = reinterpret_cast<const uint8_t*>(pSamples + first * InputChannels);
-            if (!Resample(&pInput, count) || !EncodeFromFifo(FrameSize))
+            if (!Feed(pSamples + first * channels, count))
                 return false;
             Watch.Report(kEncodingShare * static_cast<double>(first + count) / frameCount);
         }
@@ -295,7 +312,7 @@ public:
     // the file.
     bool Finish()
     {
-        if (!Resample(nullptr, 0) || !EncodeFromFifo(1) || !SendToEncoder(nullptr))
+        if (!FinishConversion() || !Resample(nullptr, 0) || !EncodeFromFifo(1) || !SendToEncoder(nullptr))
             return false;
         const int trailerResult = av_write_trailer(pOutput);
         if (trailerResult < 0)
@@ -309,7 +326,55 @@ public:
 
     const std::string& Error() const { return ErrorText; }
 
+    // The integer depth the file holds (16 or 24), 0 for float and lossy.
+    int IntegerBits() const
+    {
+        const AVSampleFormat packed = av_get_packed_sample_fmt(pEncoder->sample_fmt);
+        if (pEncoder->codec_id == AV_CODEC_ID_PCM_S24LE || (pEncoder->codec_id == AV_CODEC_ID_FLAC && packed == AV_SAMPLE_FMT_S32))
+            return 24;
+        return packed == AV_SAMPLE_FMT_S16 ? 16 : 0;
+    }
+
+    // From here on the input goes through Conversion first; its input is
+    // what Write is given, its output what the encoder was opened for.
+    bool Convert(const FormatConversion& Conversion)
+    {
+        pConverter = std::make_unique<FormatConverter>();
+        if (!pConverter->Open(Conversion, ErrorText))
+            return false;
+        SourceChannels = Conversion.InputChannels;
+        return true;
+    }
+
 private:
+    // Count input frames into the FIFO and on to the encoder, through the
+    // converter when there is one.
+    bool Feed(const float* pFrames, int Count)
+    {
+        if (pConverter)
+        {
+            Converted.clear();
+            if (!pConverter->Convert(pFrames, static_cast<size_t>(Count), Converted, ErrorText))
+                return false;
+            pFrames = Converted.data();
+            Count = static_cast<int>(Converted.size() / static_cast<size_t>(InputChannels));
+        }
+        const uint8_t* pInput = reinterpret_cast<const uint8_t*>(pFrames);
+        return Count == 0 || (Resample(&pInput, Count) && EncodeFromFifo(FrameSize));
+    }
+
+    bool FinishConversion()
+    {
+        if (!pConverter)
+            return true;
+        Converted.clear();
+        if (!pConverter->Finish(Converted, ErrorText))
+            return false;
+        const uint8_t* pInput = reinterpret_cast<const uint8_t*>(Converted.data());
+        const int count = static_cast<int>(Converted.size() / static_cast<size_t>(InputChannels));
+        return count == 0 || Resample(&pInput, count);
+    }
+
     bool Fail(const std::string& What, int Code)
     {
         ErrorText = What + ": " + FfmpegErrorText(Code) + ".";
@@ -338,7 +403,7 @@ private:
         const int layoutResult = ChooseChannelLayout(Request.pCodec, Request.Channels, &pEncoder->ch_layout);
         if (layoutResult < 0)
             return Fail("Failed to choose a channel layout", layoutResult);
-        pEncoder->sample_fmt = ChooseSampleFormat(Request.pCodec);
+        pEncoder->sample_fmt = ChooseSampleFormat(Request.pCodec, Request.SampleBits);
         pEncoder->sample_rate = ChooseSampleRate(Request.pCodec, Request.SampleRate);
         pEncoder->time_base = AVRational{1, pEncoder->sample_rate};
         SetRateControl(Request);
@@ -539,7 +604,10 @@ private:
     AVFrame* pFrame = nullptr;      // one frame for the encoder
     AVPacket* pPacket = nullptr;
     int OutputFd = -1;  // the caller's
-    int InputChannels = 0;
+    int InputChannels = 0;   // of the resampler's input: the converter's output when there is one
+    int SourceChannels = 0;  // of what Write is given, when converted
+    std::unique_ptr<FormatConverter> pConverter;
+    std::vector<float> Converted;
     int InputSliceFrames = 0;  // input frames per call of the resampler
     int FrameSize = 0;  // samples per encoder frame
     int64_t NextPts = 0;  // in samples of the encoder's rate
@@ -568,7 +636,8 @@ bool CheckArguments(const float* pSamples, size_t SampleCount, int SampleRate, i
     return false;
 }
 
-const AVCodec* FindEncoder(const std::string& Path, const OutputFormat*& OutFormat, std::string& OutError)
+const AVCodec* FindEncoder(const std::string& Path, int SampleBits, const OutputFormat*& OutFormat,
+                           std::string& OutError)
 {
     OutFormat = FindOutputFormat(Path);
     if (!OutFormat)
@@ -576,10 +645,10 @@ const AVCodec* FindEncoder(const std::string& Path, const OutputFormat*& OutForm
         OutError = UnsupportedExtensionText(Path);
         return nullptr;
     }
-    const AVCodec* pCodec = avcodec_find_encoder_by_name(OutFormat->EncoderName);
+    const char* name = std::strcmp(OutFormat->MuxerName, "wav") == 0 ? WavEncoderName(SampleBits) : OutFormat->EncoderName;
+    const AVCodec* pCodec = avcodec_find_encoder_by_name(name);
     if (!pCodec)
-        OutError = std::string("This FFmpeg has no ") + OutFormat->EncoderName + " encoder for " +
-                   OutFormat->Extension + " files.";
+        OutError = std::string("This FFmpeg has no ") + name + " encoder for " + OutFormat->Extension + " files.";
     return pCodec;
 }
 
@@ -591,17 +660,44 @@ bool EncodeFile(const std::string& Path, const float* pSamples, size_t SampleCou
     const OutputFormat* pFormat = nullptr;
     if (!CheckArguments(pSamples, SampleCount, SampleRate, Channels, OutError))
         return false;
-    const AVCodec* pCodec = FindEncoder(Path, pFormat, OutError);
+    const AVCodec* pCodec = FindEncoder(Path, Options.SampleBits, pFormat, OutError);
     if (!pCodec)
         return false;
+    const bool bConverted = Options.OutputRateHz > 0 || Options.OutputChannels > 0 || Options.SampleBits > 0 ||
+                            Options.OutputFrames > 0;
+    FormatConversion conversion;
+    conversion.InputRateHz = SampleRate;
+    conversion.InputChannels = Channels;
+    conversion.OutputRateHz = Options.OutputRateHz > 0 ? Options.OutputRateHz : SampleRate;
+    conversion.OutputChannels = Options.OutputChannels > 0 ? Options.OutputChannels : Channels;
+    conversion.MonoScale = Options.MonoScale;
+    conversion.bDither = Options.bDither;
+    conversion.OutputFrames = Options.OutputFrames;
+    if (conversion.OutputChannels != Channels && conversion.OutputChannels != 1)
+    {
+        OutError = "Cannot save " + std::to_string(Channels) + " channels as " +
+                   std::to_string(conversion.OutputChannels) + ".";
+        return false;
+    }
 
     ReplacementFile file;
     if (!file.Create(Path, Options.bNamedTemporaryOnly, OutError))
         return false;
     EncoderSession session;
-    const EncodeRequest request{*pFormat, pCodec, SampleRate, Channels, Options.BitrateKbps, Options.Tags};
-    if (!session.Open(request, file.Descriptor()) || !session.Write(pSamples, SampleCount, watch) ||
-        !session.Finish())
+    const EncodeRequest request{*pFormat,
+                                pCodec,
+                                conversion.OutputRateHz,
+                                conversion.OutputChannels,
+                                Options.BitrateKbps,
+                                Options.Tags,
+                                Options.SampleBits};
+    bool ok = session.Open(request, file.Descriptor());
+    if (ok && bConverted)
+    {
+        conversion.QuantiseBits = session.IntegerBits();
+        ok = session.Convert(conversion);
+    }
+    if (!ok || !session.Write(pSamples, SampleCount, watch) || !session.Finish())
     {
         OutError = session.Error();
         return false;

@@ -1,7 +1,7 @@
 // The shell's audio encoder on FFmpeg. The container and codec follow the
 // path's extension, in any case: .ogg Vorbis, .opus Opus, .mp3 MP3, .flac FLAC
-// (24-bit), .wav 32-bit float PCM (the samples exactly, also beyond full
-// scale), .m4a AAC. The file is written into an unnamed file beside its target
+// (24-bit unless asked otherwise), .wav 32-bit float PCM (the samples exactly,
+// also beyond full scale; 16- or 24-bit when asked), .m4a AAC. The file is written into an unnamed file beside its target
 // and given the target's name only when complete and on the disk, so neither a
 // failure nor a killed process leaves a truncated file or harms the file that
 // was there (see replacement_file.h). Saving to a symbolic link replaces the
@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -32,6 +33,20 @@ struct EncodeOptions
     // the encoding stops, the target stays as it was, no file is left, and the
     // result is false with "Saving cancelled.".
     const std::atomic<bool>* pCancel = nullptr;
+    // The file's own format. SampleBits: 16 or 24 for integer samples, 32 for
+    // float (WAV; FLAC holds 24 at most), 0 for the format's default (WAV
+    // float, FLAC 24-bit); lossy formats take no depth. On the way the
+    // samples go to OutputRateHz (0: the input's rate) with the SoX
+    // resampler, to OutputChannels (0: the input's; 1: the mean of the
+    // input's channels times MonoScale), are rounded to an integer depth (with
+    // triangular dither when bDither), and are held to OutputFrames frames
+    // (0: as many as the resampler gives).
+    int SampleBits = 0;
+    int OutputRateHz = 0;
+    int OutputChannels = 0;
+    double MonoScale = 1.0;
+    bool bDither = false;
+    int64_t OutputFrames = 0;
     // Writes through a hidden named temporary even where the filesystem has
     // unnamed files: for tests, and filesystems that misreport O_TMPFILE.
     bool bNamedTemporaryOnly = false;

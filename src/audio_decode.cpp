@@ -692,14 +692,40 @@ public:
             return false;
         }
         Written += static_cast<size_t>(made) * kOutChannels;
+        InputSamples += samples;
         Faults.SetWritten(Writer, Written * sizeof(float));
-        if (FirstFloat + Written > MaxFloats)
+        return WithinBound(Failed);
+    }
+
+    bool WithinBound(Failure& Failed)
+    {
+        if (FirstFloat + Written <= MaxFloats)
+            return true;
+        Failed.Set("The audio is longer than the limit of " + SizeText(MaxDecodedBytes) +
+                   " of decoded samples; opening stopped.");
+        return false;
+    }
+
+    // The frames the resampler still holds at the end of the stream, after
+    // the rest. The editor's import never asks for them.
+    bool Flush(Failure& Failed)
+    {
+        const int room = swr_get_out_samples(Swr, 0);
+        if (room <= 0)
+            return room == 0;
+        if (!EnsureRoom(Written + static_cast<size_t>(room) * kOutChannels, Failed))
+            return false;
+        uint8_t* outData[1] = {reinterpret_cast<uint8_t*>(Data() + Written)};
+        const int made = swr_convert(Swr, outData, room, nullptr, 0);
+        if (made < 0)
         {
-            Failed.Set("The audio is longer than the limit of " + SizeText(MaxDecodedBytes) +
-                       " of decoded samples; opening stopped.");
+            Failed.Set("Failed while resampling audio: " + FfmpegErrorText(made) + ".");
             return false;
         }
-        return true;
+        Written += static_cast<size_t>(made) * kOutChannels;
+        TailFrames = static_cast<size_t>(made);
+        Faults.SetWritten(Writer, Written * sizeof(float));
+        return WithinBound(Failed);
     }
 
     size_t WrittenFloats() const { return Written; }
@@ -707,6 +733,8 @@ public:
     const float* Data() const { return Window.Data ? Window.Data : Frames.data(); }
     float* Data() { return Window.Data ? Window.Data : Frames.data(); }
     bool IsInWindow() const { return Window.Data != nullptr; }
+    int64_t InputSampleCount() const { return InputSamples; }
+    size_t TailFrameCount() const { return TailFrames; }
 
 private:
     // The frame's planes from sample FromSample on: the frame's own pointers
@@ -772,6 +800,8 @@ private:
     const size_t FirstFloat;
     OutputWindow Window;
     size_t Written = 0;
+    int64_t InputSamples = 0;
+    size_t TailFrames = 0;
     std::vector<const uint8_t*> Planes;
 };
 
@@ -1046,6 +1076,8 @@ struct SecondHalf
     size_t FirstFrame = 0;     // the frame of the whole that the output's first is
     size_t WrittenFloats = 0;  // set when its thread ends
     size_t WindowFloat = 0;    // set when its thread ends: where in pShared its output starts; 0: in *pFrames
+    int64_t EndSample = 0;     // the source samples it read to, then
+    size_t TailFrames = 0;     // of the resampler's tail, then
     SeamOffer Seam;
     std::atomic<bool> bAbandoned{false};  // set by the first half: stop, nothing is wanted
     Failure Failed;
@@ -1273,9 +1305,13 @@ void DecodeSecondHalfOrGiveUp(const HalfPlan& Plan, Prefaulter& Faults, SecondHa
     {
         session.Input.CountedFromBytes = session.Input.PositionBytes;
         DecodePackets(session, sink);
+        if (!session.Input.Cancelled())
+            convert.Flush(Half.Failed);
     }
     Half.WrittenFloats = convert.WrittenFloats();
     Half.WindowFloat = convert.IsInWindow() ? windowFloat : 0;
+    Half.EndSample = firstInput + convert.InputSampleCount();
+    Half.TailFrames = convert.TailFrameCount();
 }
 
 void DecodeSecondHalf(const HalfPlan& Plan, Prefaulter& Faults, SecondHalf& Half)
@@ -1418,6 +1454,32 @@ void AddTags(const AVDictionary* Metadata, std::map<std::string, std::string>& O
         OutTags.emplace(Lowered(entry->key), entry->value);
 }
 
+// What the samples were: the decoder's sample format, the depth the file
+// states (a 24-bit WAV or FLAC decodes to 32-bit samples), lossy or not.
+void DescribeSampleFormat(const DecodeSession& Session, DecodedAudio& Out)
+{
+    const AVCodecParameters* parameters = Session.Format->streams[Session.StreamIndex]->codecpar;
+    const auto format = static_cast<AVSampleFormat>(Session.Codec->sample_fmt);
+    Out.SourceCodec = avcodec_get_name(parameters->codec_id);
+    Out.SourceContainer = Session.Format->iformat->name;
+    const char* formatName = av_get_sample_fmt_name(format);
+    Out.SourceSampleFormat = formatName ? formatName : "";
+    const AVCodecDescriptor* descriptor = avcodec_descriptor_get(parameters->codec_id);
+    Out.bSourceLossy = descriptor && (descriptor->props & AV_CODEC_PROP_LOSSY);
+    const AVSampleFormat packed = av_get_packed_sample_fmt(format);
+    Out.bSourceFloat = packed == AV_SAMPLE_FMT_FLT || packed == AV_SAMPLE_FMT_DBL;
+    if (!Out.bSourceLossy)
+    {
+        const int stated = parameters->bits_per_raw_sample > 0 ? parameters->bits_per_raw_sample
+                                                               : parameters->bits_per_coded_sample;
+        Out.SourceBits = stated > 0 ? stated : av_get_bytes_per_sample(format) * 8;
+    }
+    if (Out.bSourceLossy && parameters->bit_rate > 0)
+        Out.SourceBitrateKbps = static_cast<int>((parameters->bit_rate + 500) / 1000);
+    else if (Out.bSourceLossy && Session.Format->bit_rate > 0)
+        Out.SourceBitrateKbps = static_cast<int>((Session.Format->bit_rate + 500) / 1000);
+}
+
 void DescribeSource(const DecodeSession& Session, DecodedAudio& Out)
 {
     const AVStream* stream = Session.Format->streams[Session.StreamIndex];
@@ -1434,6 +1496,7 @@ void DescribeSource(const DecodeSession& Session, DecodedAudio& Out)
         Out.SourceDurationSec = static_cast<double>(Session.Format->duration) / AV_TIME_BASE;
     AddTags(Session.Format->metadata, Out.Tags);
     AddTags(stream->metadata, Out.Tags);
+    DescribeSampleFormat(Session, Out);
 }
 
 bool Decode(const std::string& Path, const DecodeControl& Control, DecodedAudio& Out, std::string& OutMessage)
@@ -1481,6 +1544,8 @@ bool Decode(const std::string& Path, const DecodeControl& Control, DecodedAudio&
         DecodeAsPipeline(session, convert, failed);
     else
         DecodeOnOneThread(session, convert, failed);
+    if (seamFrame == 0 && !session.Input.Cancelled() && failed.Get().empty())
+        convert.Flush(failed);
     if (!session.Input.Cancelled() && failed.Get().empty())
         faults.Finish((seamFrame > 0 ? JoinedFloats(seamFrame, half) : convert.WrittenFloats()) * sizeof(float));
     else
@@ -1500,6 +1565,8 @@ bool Decode(const std::string& Path, const DecodeControl& Control, DecodedAudio&
         return false;
     Out.Frames = std::move(frames);
     Out.SecondHalfFromFrame = seamFrame;
+    Out.SourceFrames = seamFrame > 0 ? half.EndSample : convert.InputSampleCount();
+    Out.TailFrames = seamFrame > 0 ? half.TailFrames : convert.TailFrameCount();
     DescribeSource(session, Out);
     if (Control.pProgress)
         Control.pProgress->store(1.0, std::memory_order_relaxed);

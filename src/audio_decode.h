@@ -1,7 +1,7 @@
 // The program's decoder: one local audio file to interleaved float at 48000 Hz,
-// 2 channels, sample for sample what the editor's own import gives, but
-// cancellable, with progress, bounded, on both cores, and reading nothing but
-// the file the user chose. Meant to run on a worker thread of the host; the
+// 2 channels, sample for sample what the editor's own import gives followed
+// by the resampler's tail (see TailFrames), but cancellable, with progress,
+// bounded, on both cores, and reading nothing but the file the user chose. Meant to run on a worker thread of the host; the
 // result goes to GLWaveEdit::AdoptDecodedDocument.
 #pragma once
 
@@ -24,6 +24,25 @@ struct DecodedAudio
     int SourceChannels = 0;
     std::string SourceChannelLayout;  // "stereo", "mono", "5.1", "3 channels"
     double SourceDurationSec = 0.0;   // what the container says; 0 when it says nothing
+    // What saving needs to give the file back as it was: short names
+    // ("pcm_s16le", "flac", "mp3"; "wav", "flac", "ogg"), the decoded sample
+    // format ("s16", "s32", "fltp"), the bits per sample (16, 24, 32; 0 where
+    // the codec has no such depth, as lossy ones), and the average bitrate of
+    // a lossy stream (0 when unknown).
+    std::string SourceCodec;
+    std::string SourceContainer;
+    std::string SourceSampleFormat;
+    int SourceBits = 0;
+    bool bSourceFloat = false;
+    bool bSourceLossy = false;
+    int SourceBitrateKbps = 0;
+    // Samples per channel at the source's rate that went into the resampler.
+    int64_t SourceFrames = 0;
+    // The last frames of Frames: what the resampler still held when the
+    // stream ended. The editor's import leaves them out (its frames are
+    // Frames without these); with them, a file saved back at its own rate
+    // has its own length. 0 when the rate is 48000 Hz.
+    size_t TailFrames = 0;
     // The frame from which a second thread decoded the rest, at once with the
     // first part; 0 when one decoding gave all of it.
     size_t SecondHalfFromFrame = 0;

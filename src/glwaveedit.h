@@ -177,6 +177,10 @@ public:
     // Extension (glwaveedit_tabs.cpp), empty by default: true for a tab whose
     // label the render side marks with a bullet (the program: unsaved changes).
     std::function<bool(int)> TabMarkProvider;
+    // Extension (glwaveedit_tabs.cpp), empty by default: the label of the tab
+    // at the index, in place of its source's file name (the program: the file
+    // a document now saves to). Empty, or an empty answer: the file name.
+    std::function<std::string(int)> TabLabelProvider;
 
     // Notifications, fired synchronously once the state they report is final.
     Signal<double> SignalSeekPreview;    // each held pass of a seek drag: the preview time

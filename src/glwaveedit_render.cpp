@@ -636,7 +636,9 @@ void GLWaveEdit::RenderTabBar() const
         glLineWidth(1.0f);
 
         const std::string& path = i == ActiveDocumentIndex ? SourceFilePath : Documents[i].SourceFilePath;
-        std::string name = std::filesystem::path(path).filename().string();
+        std::string name = TabLabelProvider ? TabLabelProvider(i) : std::string();
+        if (name.empty())
+            name = std::filesystem::path(path).filename().string();
         if (TabMarkProvider && TabMarkProvider(i))
             name = "\xE2\x80\xA2 " + name;  // a bullet: the host's mark, e.g. unsaved changes
         const double textX = tx1 + 8.0 * PixelX();

@@ -102,10 +102,11 @@ protected:
 
 TEST_F(DesktopProgram, AnEditedFileSavesAsANewFileTheSourceStaysAndTheGuardsKeepEverything)
 {
-    const std::string source = MakeFfmpegFixture("source.wav", "-f lavfi -i sine=f=440:d=3 -ac 2 -ar 44100");
+    const std::string source =
+        MakeFfmpegFixture("source.wav", "-f lavfi -i sine=f=440:d=3 -ac 1 -ar 44100 -c:a pcm_s16le");
     ASSERT_FALSE(source.empty());
     const std::string sourceBytes = ReadBytes(source);
-    const std::string saved = (fs::path(source).parent_path() / "source (edited).flac").string();
+    const std::string saved = (fs::path(source).parent_path() / "source (edited).wav").string();
     fs::remove(saved);
 
     RunningProgram run(Display, {source}, Home);
@@ -117,20 +118,27 @@ TEST_F(DesktopProgram, AnEditedFileSavesAsANewFileTheSourceStaysAndTheGuardsKeep
     run.Key("Delete");
     ASSERT_TRUE(run.WaitForTitle("* source.wav", 5.0)) << run.Title();
 
-    // Ctrl+S on a file that was opened asks where to save; the default is new and lossless.
+    // Ctrl+S on a file that was opened asks where to save, then in what
+    // format; the defaults are a new file in the source's own format, and
+    // the window then goes by the new file's name.
     run.Key("ctrl+s");
     run.Key("Return");
+    run.Key("Return");
     ASSERT_TRUE(WaitForFile(saved, 20.0));
-    ASSERT_TRUE(run.WaitForExactTitle("source.wav - GLWaveEdit", 20.0)) << run.Title();
+    ASSERT_TRUE(run.WaitForExactTitle("source (edited).wav - GLWaveEdit", 20.0)) << run.Title();
     EXPECT_TRUE(ReadBytes(source) == sourceBytes);  // byte for byte
-    // 3 s at 48000 Hz is 144000 frames; the drag took roughly a third of the plot.
-    const long long frames = InfoFrames(saved);
-    EXPECT_GT(frames, 144000 * 0.4);
-    EXPECT_LT(frames, 144000 * 0.9);
+    EXPECT_EQ(ShellOutput("ffprobe -v error -show_entries stream=codec_name,sample_rate,channels -of csv=p=0 '" +
+                          saved + "'"),
+              "pcm_s16le,44100,1\n");
+    // 3 s at 44100 Hz is 132300 samples; the drag took roughly a third of the plot.
+    const long long samples =
+        std::stoll("0" + ShellOutput("ffprobe -v error -show_entries stream=duration_ts -of csv=p=0 '" + saved + "'"));
+    EXPECT_GT(samples, 132300 * 0.4);
+    EXPECT_LT(samples, 132300 * 0.9);
 
     // Undo after the save makes the document differ from the file again.
     run.Key("ctrl+z");
-    ASSERT_TRUE(run.WaitForTitle("* source.wav", 5.0)) << run.Title();
+    ASSERT_TRUE(run.WaitForTitle("* source (edited).wav", 5.0)) << run.Title();
 
     // Ctrl+W and Ctrl+Q on the modified tab ask; Esc (Cancel) keeps everything.
     Screenshot before;
@@ -143,7 +151,7 @@ TEST_F(DesktopProgram, AnEditedFileSavesAsANewFileTheSourceStaysAndTheGuardsKeep
         EXPECT_NE(asking.Rgb, before.Rgb) << keys << ": no question showed";
         run.Key("Escape");
         EXPECT_TRUE(run.IsRunning()) << keys;
-        EXPECT_TRUE(run.WaitForTitle("* source.wav", 2.0)) << keys << ": " << run.Title();
+        EXPECT_TRUE(run.WaitForTitle("* source (edited).wav", 2.0)) << keys << ": " << run.Title();
     }
     EXPECT_TRUE(ReadBytes(source) == sourceBytes);
 }
@@ -156,7 +164,7 @@ TEST_F(DesktopProgram, KeysSentDuringALongEditAreAllTakenInOrder)
 {
     const std::string source = MakeFfmpegFixture("burst.wav", "-f lavfi -i sine=f=440:d=300 -ac 2 -ar 48000");
     ASSERT_FALSE(source.empty());
-    const std::string saved = (fs::path(source).parent_path() / "burst (edited).flac").string();
+    const std::string saved = (fs::path(source).parent_path() / "burst (edited).wav").string();
     fs::remove(saved);
     RunningProgram run(Display, {source}, Home);
     ASSERT_FALSE(run.WindowId.empty());
@@ -166,8 +174,9 @@ TEST_F(DesktopProgram, KeysSentDuringALongEditAreAllTakenInOrder)
     ASSERT_TRUE(run.WaitForTitle("* burst.wav", 20.0)) << run.Title();
     run.Key("ctrl+s");
     run.Key("Return");
+    run.Key("Return");
     ASSERT_TRUE(WaitForFile(saved, 30.0));
-    ASSERT_TRUE(run.WaitForExactTitle("burst.wav - GLWaveEdit", 30.0)) << run.Title();
+    ASSERT_TRUE(run.WaitForExactTitle("burst (edited).wav - GLWaveEdit", 30.0)) << run.Title();
     EXPECT_EQ(InfoFrames(saved), 2LL * 300 * 48000);
 }
 
@@ -229,7 +238,7 @@ TEST_F(DesktopProgram, FramesAreDrawnWhileAnHourLongFileLoads)
     EXPECT_TRUE(run.WaitForTitle("hour.mp3", 60.0));
 }
 
-TEST(BatchMode, CutOnAnHourLongMp3SavesAFlacShorterByTheCutToTheFrame)
+TEST(BatchMode, CutOnAnHourLongMp3SavesAFlacAtItsRateShorterByTheCut)
 {
     const std::string source =
         MakeFfmpegFixture("hour.mp3", "-f lavfi -i sine=f=440:d=3600 -ac 2 -ar 44100 -b:a 192k");
@@ -239,8 +248,10 @@ TEST(BatchMode, CutOnAnHourLongMp3SavesAFlacShorterByTheCutToTheFrame)
     const long long original = InfoFrames(source);
     ASSERT_GT(original, 3599LL * 48000);
     ASSERT_EQ(RunShell("'" + Program() + "' '" + source + "' --select 1.0 2.5 --cut --save '" + out + "'"), 0);
-    // llround(2.5 x 48000) - llround(1.0 x 48000) = 120000 - 48000 = 72000 frames cut.
-    EXPECT_EQ(InfoFrames(out), original - 72000);
+    // llround(2.5 x 48000) - llround(1.0 x 48000) = 120000 - 48000 = 72000 frames cut;
+    // the file is at the source's 44.1 kHz, and opens again within a frame or two of that.
+    EXPECT_EQ(ShellOutput("ffprobe -v error -show_entries stream=sample_rate -of csv=p=0 '" + out + "'"), "44100\n");
+    EXPECT_NEAR(double(InfoFrames(out)), double(original - 72000), 2.0);
     // A second save to the same name is refused without --overwrite.
     EXPECT_EQ(RunShell("'" + Program() + "' '" + source + "' --save '" + out + "' 2>/dev/null"), 1);
 }
@@ -301,9 +312,11 @@ TEST_F(DesktopProgram, EditsComeBackAfterAKillHoweverTheProgramIsStartedAgain)
         second.Key("ctrl+a");  // the path field holds the suggestion: replace it
         second.Xdotool("type --delay 5 '" + restored + "'");
         second.Key("Return");
+        second.Key("Return");  // the save format: the source's
         ASSERT_TRUE(WaitForFile(restored, 20.0));
-        ASSERT_TRUE(second.WaitForExactTitle("journal.wav - GLWaveEdit", 20.0)) << second.Title();
-        // 32-bit float WAV holds the samples exactly: equal files, equal frames.
+        ASSERT_TRUE(second.WaitForExactTitle(fs::path(restored).filename().string() + " - GLWaveEdit", 20.0))
+            << second.Title();
+        // Both saved as the source's 16-bit WAV from equal frames: equal files.
         EXPECT_TRUE(ReadBytes(restored) == ReadBytes(expected));
     }
 }
