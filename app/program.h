@@ -16,6 +16,7 @@
 #include "file_chooser.h"
 #include "jobs.h"
 #include "long_edits.h"
+#include "navigation.h"
 #include "recovery.h"
 #include "session.h"
 #include "settings.h"
@@ -54,6 +55,7 @@ struct Program
         int Serial = 0;
     } LastEdit;
     Journal Recovery;
+    Navigation Nav;  // zoom back and the keys' selection (navigation.cpp)
     // Journals waiting for their base file to open, by the base's path.
     struct PendingRestore
     {
