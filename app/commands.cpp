@@ -233,6 +233,7 @@ const std::vector<Command>& Commands()
          [](Program& App) { RunPlay(App, [](GLWaveEdit& E) { E.SeekPlaybackTo(0.0); }); }},
         {"Play", "Go to end", "End", SDLK_END, false, false, HasPcm,
          [](Program& App) { RunPlay(App, [](GLWaveEdit& E) { E.SeekPlaybackTo(E.DurationSec); }); }},
+        {"Play", "Loop", "L", SDLK_l, false, false, HasPcm, ToggleLoop},
         {"Play", "Step back", "Left", SDLK_LEFT, false, false, HasPcm,
          [](Program& App) { StepPlayPosition(App, -0.1); }},
         {"Play", "Step forward", "Right", SDLK_RIGHT, false, false, HasPcm,
@@ -261,6 +262,8 @@ bool IsChecked(const Program& App, const Command& C)
         return App.pEditor->bChannelLanes;
     if (label == "Amplitude in dB")
         return App.pEditor->bAmplitudeDb;
+    if (label == "Loop")
+        return App.Playback.bLoop;
     return false;
 }
 
