@@ -322,6 +322,7 @@ struct GLDeckAudioPlayer::Impl
             pOut[done * 2 + 1] = right * level;
             SourcePos += Step;
         }
+        WrapLoopLocked();  // the position shown never passes the loop's end
         std::fill(pOut + done * 2, pOut + OutFrames * 2, 0.0f);
         PublishPosition();
     }
