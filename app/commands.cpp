@@ -105,11 +105,30 @@ void AskGain(Program& App)
     App.Prompts.Ask(std::move(prompt));
 }
 
+// The keys of the command table, a block per menu in the menus' order.
+std::string KeysText()
+{
+    std::string text;
+    std::string menu;
+    for (const KeyHelp& key : KeyTable())
+    {
+        if (key.Menu != menu)
+        {
+            text += (text.empty() ? "" : "\n") + key.Menu + "\n";
+            menu = key.Menu;
+        }
+        std::string keys = key.Keys;
+        keys.resize(std::max<size_t>(keys.size(), 24), ' ');
+        text += "  " + keys + "  " + key.Action + "\n";
+    }
+    return text;
+}
+
 void ShowKeys(Program& App)
 {
     Question question;
     question.Title = "Keys";
-    question.Text = UsageText();
+    question.Text = KeysText();
     question.Buttons = {"Close"};
     App.Prompts.Ask(std::move(question));
 }
@@ -170,11 +189,31 @@ const std::vector<Command>& Commands()
          [](Program& App) { App.pEditor->SetHostedSelection(0.0, App.pEditor->DurationSec); }},
         {"Edit", "Clear selection", "C", 0, false, false, nullptr,
          [](Program& App) { App.pEditor->ClearSelection(true); }},
+        {"Edit", "Selection edge back", "Shift+Left", SDLK_LEFT, false, true, HasPcm,
+         [](Program& App) { MoveSelectionEdge(App, -0.1); }},
+        {"Edit", "Selection edge forward", "Shift+Right", SDLK_RIGHT, false, true, HasPcm,
+         [](Program& App) { MoveSelectionEdge(App, 0.1); }},
+        {"Edit", "Selection edge back a view", "Ctrl+Shift+Left", SDLK_LEFT, true, true, HasPcm,
+         [](Program& App) { MoveSelectionEdge(App, -1.0); }},
+        {"Edit", "Selection edge forward a view", "Ctrl+Shift+Right", SDLK_RIGHT, true, true, HasPcm,
+         [](Program& App) { MoveSelectionEdge(App, 1.0); }},
+        {"Edit", "Select to start", "Shift+Home", SDLK_HOME, false, true, HasPcm,
+         [](Program& App) { SelectToEdge(App, false); }},
+        {"Edit", "Select to end", "Shift+End", SDLK_END, false, true, HasPcm,
+         [](Program& App) { SelectToEdge(App, true); }},
         {"Edit", "Gain +10%", "Ctrl+Up", SDLK_UP, true, false, HasPcm, [](Program& App) { Gain(App, 110.0); }},
         {"Edit", "Gain -10%", "Ctrl+Down", SDLK_DOWN, true, false, HasPcm, [](Program& App) { Gain(App, 90.0); }},
         {"Edit", "Gain...", "", 0, false, false, HasPcm, AskGain},
-        {"View", "Fit whole document", "F", 0, false, false, nullptr,
-         [](Program& App) { App.pEditor->FitViewToData(); }},
+        {"View", "Fit whole document", "F", 0, false, false, nullptr, ZoomFit},
+        {"View", "Fit whole document", "Ctrl+F", SDLK_f, true, false, nullptr, ZoomFit},
+        {"View", "Zoom in", "Ctrl+1", SDLK_1, true, false, HasPcm, ZoomIn},
+        {"View", "Zoom out", "Ctrl+3", SDLK_3, true, false, HasPcm, ZoomOut},
+        {"View", "Zoom to selection", "Ctrl+E", SDLK_e, true, false, HasSelectionToEdit, ZoomToSelection},
+        {"View", "Zoom back", "Ctrl+2", SDLK_2, true, false, HasPcm, ZoomBack},
+        {"View", "Scroll back a page", "Page Up", SDLK_PAGEUP, false, false, HasPcm,
+         [](Program& App) { ScrollPage(App, -1.0); }},
+        {"View", "Scroll forward a page", "Page Down", SDLK_PAGEDOWN, false, false, HasPcm,
+         [](Program& App) { ScrollPage(App, 1.0); }},
         {"View", "Channel lanes (off: one mixed trace)", "", 0, false, false, nullptr,
          [](Program& App) { App.pEditor->bChannelLanes = !App.pEditor->bChannelLanes; }},
         {"View", "Amplitude in dB", "", 0, false, false, nullptr,
@@ -194,6 +233,15 @@ const std::vector<Command>& Commands()
          [](Program& App) { RunPlay(App, [](GLWaveEdit& E) { E.SeekPlaybackTo(0.0); }); }},
         {"Play", "Go to end", "End", SDLK_END, false, false, HasPcm,
          [](Program& App) { RunPlay(App, [](GLWaveEdit& E) { E.SeekPlaybackTo(E.DurationSec); }); }},
+        {"Play", "Loop", "L", SDLK_l, false, false, HasPcm, ToggleLoop},
+        {"Play", "Step back", "Left", SDLK_LEFT, false, false, HasPcm,
+         [](Program& App) { StepPlayPosition(App, -0.1); }},
+        {"Play", "Step forward", "Right", SDLK_RIGHT, false, false, HasPcm,
+         [](Program& App) { StepPlayPosition(App, 0.1); }},
+        {"Play", "Back a view", "Ctrl+Left", SDLK_LEFT, true, false, HasPcm,
+         [](Program& App) { StepPlayPosition(App, -1.0); }},
+        {"Play", "Forward a view", "Ctrl+Right", SDLK_RIGHT, true, false, HasPcm,
+         [](Program& App) { StepPlayPosition(App, 1.0); }},
         {"Help", "Keys", "F1", SDLK_F1, false, false, nullptr, ShowKeys},
     };
     return table;
@@ -214,6 +262,8 @@ bool IsChecked(const Program& App, const Command& C)
         return App.pEditor->bChannelLanes;
     if (label == "Amplitude in dB")
         return App.pEditor->bAmplitudeDb;
+    if (label == "Loop")
+        return App.Playback.bLoop;
     return false;
 }
 

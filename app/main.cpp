@@ -226,6 +226,7 @@ void RunFrame(Program& App, PointerInput& Pointer, Cursors& Shapes, std::string&
     if (Pointer.Deliver(App, editorMayTake))
         App.FramesToDraw = std::max(App.FramesToDraw, 2);
     App.pEditor->MouseProcessing();
+    ApplyPlaybackOptions(App);
     ApplyCursor(*host.pTarvik, Shapes);
     // A queued edit is for the document on screen: no tab may come or go first.
     if (!App.Edits.IsBusy())
@@ -253,6 +254,7 @@ void RunFrame(Program& App, PointerInput& Pointer, Cursors& Shapes, std::string&
 void ConnectEditor(Program& App, GLWaveEdit& Editor, PointerInput& Pointer)
 {
     Editor.MinViewSpanSec = 0.01;  // deep enough to see single samples
+    Editor.ScaleGutterPx = 64.0;  // the amplitude scale beside the audio, not over it
     App.Work.bPrepareDocuments = true;
     App.Work.OnFinished = [] {
         SDL_Event wake{};

@@ -17,6 +17,8 @@
 #include "file_chooser.h"
 #include "jobs.h"
 #include "long_edits.h"
+#include "navigation.h"
+#include "playback_options.h"
 #include "recovery.h"
 #include "session.h"
 #include "settings.h"
@@ -55,6 +57,8 @@ struct Program
         int Serial = 0;
     } LastEdit;
     Journal Recovery;
+    Navigation Nav;  // zoom back and the keys' selection (navigation.cpp)
+    PlaybackOptions Playback;  // loop (playback_options.cpp)
     // Journals waiting for their base file to open, by the base's path.
     struct PendingRestore
     {

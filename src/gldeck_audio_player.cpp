@@ -79,6 +79,8 @@ struct GLDeckAudioPlayer::Impl
     bool bSeekPending = false;      // a seek fading out before it jumps
     double PendingSeekSec = 0.0;
     bool bStopRequested = false;
+    double LoopStartSec = 0.0;
+    double LoopEndSec = 0.0;        // <= LoopStartSec: no loop
 
     std::atomic<double> PositionSec{0.0};
     std::thread PlaybackThread;
@@ -282,6 +284,17 @@ struct GLDeckAudioPlayer::Impl
         bSeekPending = false;
     }
 
+    // At or past a loop's end the position goes on from its start.
+    void WrapLoopLocked()
+    {
+        if (LoopEndSec <= LoopStartSec)
+            return;
+        const double end = std::min(LoopEndSec * SourceRate, static_cast<double>(FrameCount));
+        const double start = std::clamp(LoopStartSec * SourceRate, 0.0, end);
+        if (SourcePos >= end && end > start)
+            SourcePos = start + std::fmod(SourcePos - end, end - start);
+    }
+
     // Fills OutFrames stereo frames at 48000 Hz, silence where nothing sounds.
     // A pause or seek first ramps the level to 0; after a pause the position
     // holds, after a seek it jumps and the level ramps up again. Lock held.
@@ -292,6 +305,7 @@ struct GLDeckAudioPlayer::Impl
         for (; done < OutFrames; ++done)
         {
             JumpIfFadedOutLocked();
+            WrapLoopLocked();
             const bool bFadeOut = bSeekPending || Owner.Paused.load(std::memory_order_relaxed);
             if (bFadeOut && RampPos == 0)
                 break;
@@ -308,6 +322,7 @@ struct GLDeckAudioPlayer::Impl
             pOut[done * 2 + 1] = right * level;
             SourcePos += Step;
         }
+        WrapLoopLocked();  // the position shown never passes the loop's end
         std::fill(pOut + done * 2, pOut + OutFrames * 2, 0.0f);
         PublishPosition();
     }
@@ -492,6 +507,13 @@ void GLDeckAudioPlayer::SeekToSeconds(double TargetSec)
         SeekRequested.store(true, std::memory_order_release);
     }
     pImpl->Wake.notify_all();
+}
+
+void GLDeckAudioPlayer::SetLoop(double StartSec, double EndSec)
+{
+    std::lock_guard<std::mutex> guard(pImpl->Lock);
+    pImpl->LoopStartSec = std::isfinite(StartSec) ? std::max(StartSec, 0.0) : 0.0;
+    pImpl->LoopEndSec = std::isfinite(EndSec) ? EndSec : 0.0;
 }
 
 double GLDeckAudioPlayer::CurrentSeconds() const { return pImpl->PositionSec.load(std::memory_order_acquire); }

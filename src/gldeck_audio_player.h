@@ -37,6 +37,10 @@ public:
     void TogglePaused();
     // A request: the playback thread moves there within a few milliseconds.
     void SeekToSeconds(double TargetSec);
+    // Loops StartSec .. EndSec: a position reaching EndSec goes on at StartSec
+    // within the same output block, sample for sample, so the wrap adds no
+    // gap. EndSec <= StartSec turns looping off. Kept across PlayPcm.
+    void SetLoop(double StartSec, double EndSec);
     // Position in seconds from the start of the played frames; any thread.
     double CurrentSeconds() const;
 

@@ -804,7 +804,7 @@ void GLWaveEdit::UpdatePlotRect(bool bApplyActiveWindowDelta)
     double plotDeltaY = 0.0;
     if (bApplyActiveWindowDelta)
         GetActiveWindowPreviewDelta(plotDeltaX, plotDeltaY);
-    PlotX1 = X1 + padX + plotDeltaX;
+    PlotX1 = X1 + padX + std::max(ScaleGutterPx, 0.0) * 2.0 / width + plotDeltaX;
     PlotX2 = X2 - padX + plotDeltaX;
 
     const double tabBandPx = std::max(cellH + 12.0, 26.0);

@@ -31,7 +31,8 @@
 //   Extensions        opt-in, each in a file of its own and off by default:
 //                     tabs (glwaveedit_tabs.cpp), adopting a decoded document
 //                     (glwaveedit_adopt.cpp), edit history (glwaveedit_history.cpp),
-//                     replaying journalled edits (glwaveedit_replay.cpp)
+//                     replaying journalled edits (glwaveedit_replay.cpp),
+//                     looped playback (glwaveedit_loop.cpp)
 //   Render side       Render, PlayPositionText, NiceTimeStep, FormatTimeLabel
 //                     (glwaveedit_render.cpp); the per-document waveform
 //                     summary it draws from (wave_summary.h)
@@ -158,6 +159,11 @@ public:
     // whose view holds more than about 90 s of audio has a second thread
     // fold half of its columns, for the length of that frame.
     bool bRenderHelperThread = false;
+    // Extension, 0 by default: pixels kept left of the plot for the amplitude
+    // scale, which is then drawn there instead of over the first columns of
+    // audio. The plot rectangle, and so every time <-> x of the hit tests,
+    // starts right of it.
+    double ScaleGutterPx = 0.0;
 
     // Host hooks, called synchronously on the frame thread. An empty one
     // counts as absent.
@@ -456,6 +462,12 @@ public:
     // EndFrame. False when the edit does not apply to the document.
     bool ReplayEdit(const std::string& Kind, int64_t StartFrame, int64_t EndFrame, double Percent,
                     const std::vector<float>& Inserted);
+
+    // --- Extensions: looped playback (glwaveedit_loop.cpp) ---
+    // Off by default. Playback that reaches EndSec goes on at StartSec without
+    // a gap, until the loop is turned off with EndSec <= StartSec; kept for
+    // every later play until then.
+    void SetPlaybackLoop(double StartSec, double EndSec);
 
 private:
     // Called by every edit just before it turns the frames StartFrame ..

@@ -857,10 +857,13 @@ void GLWaveEdit::RenderAmplitudeScale(int Lane, double Top, double Bottom) const
     for (const AmplitudeTick& tick : ticks)
         labelWidth = std::max(labelWidth, TextWidth("-" + tick.Label, textPx));
     const double nameWidth = name.empty() ? 0.0 : TextWidth(name, textPx) + 10.0 * PixelX();
-    const double panelX2 = PlotX1 + nameWidth + labelWidth + 14.0 * PixelX();
+    // Beside the plot in a gutter the host keeps, or over its first columns.
+    const bool beside = ScaleGutterPx > 0.0;
+    const double panelX1 = beside ? PlotX1 - ScaleGutterPx * PixelX() : PlotX1 + PixelX();
+    const double panelX2 = beside ? PlotX1 - PixelX() : PlotX1 + nameWidth + labelWidth + 14.0 * PixelX();
 
     UseColor(Blend(*pPlotBackColor, *pPlotBackColor, 0.0f, 0.88f));
-    FillRect(PlotX1 + PixelX(), Top - PixelY(), panelX2, Bottom + PixelY());
+    FillRect(panelX1, Top - PixelY(), panelX2, Bottom + PixelY());
     UseColor(*pAxisColor);
     VerticalLine(panelX2, Top - PixelY(), Bottom + PixelY());
 
@@ -885,7 +888,7 @@ void GLWaveEdit::RenderAmplitudeScale(int Lane, double Top, double Bottom) const
     if (!name.empty())
     {
         UseColor(*pWaveColor);
-        DrawTextAt(name, PlotX1 + 6.0 * PixelX(), CentredBaseline(Top, Bottom, textPx), textPx);
+        DrawTextAt(name, panelX1 + 6.0 * PixelX(), CentredBaseline(Top, Bottom, textPx), textPx);
     }
 }
 

@@ -187,3 +187,40 @@ TEST(AudioPlayer, RefusesBadInputWithAReasonAndKeepsPlaying)
 }
 
 }  // namespace
+
+// A loop: the position wraps from its end to its start again and again,
+// never leaves it, and keeps pace with the clock across the wraps.
+TEST(AudioPlayer, ALoopWrapsFromItsEndToItsStartRepeatedlyWithoutLosingTime)
+{
+    auto player = SilentPlayer();
+    player->SetLoop(0.5, 0.8);
+    ASSERT_TRUE(player->PlayPcm(Silence(2.0, 44100, 1), 44100, 1, 0.5, nullptr));
+    const auto started = Clock::now();
+    double previous = player->CurrentSeconds();
+    double unwrapped = 0.0;
+    int wraps = 0;
+    while (SecondsSince(started) < 1.5)
+    {
+        std::this_thread::sleep_for(milliseconds(3));
+        const double now = player->CurrentSeconds();
+        ASSERT_GE(now, 0.5 - 1e-9);
+        ASSERT_LE(now, 0.8 + 1e-9);
+        if (now < previous)
+        {
+            ++wraps;
+            unwrapped += (0.8 - previous) + (now - 0.5);
+        }
+        else
+            unwrapped += now - previous;
+        previous = now;
+    }
+    const double wall = SecondsSince(started);
+    EXPECT_GE(wraps, 3);
+    EXPECT_TRUE(player->IsPlaying());  // the end of the audio is never reached
+    EXPECT_GT(unwrapped, wall * 0.8) << wraps << " wraps";
+    EXPECT_LE(unwrapped, wall + 2 * kBlockSec);
+
+    // Off again: it plays on past the old end.
+    player->SetLoop(0.0, 0.0);
+    EXPECT_TRUE(WaitFor([&] { return player->CurrentSeconds() > 0.85; }));
+}

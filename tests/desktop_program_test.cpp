@@ -10,6 +10,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include <nlohmann/json.hpp>
+
 #include "desktop_harness.h"
 #include "test_support.h"
 
@@ -319,4 +321,55 @@ TEST_F(DesktopProgram, EditsComeBackAfterAKillHoweverTheProgramIsStartedAgain)
         // Both saved as the source's 16-bit WAV from equal frames: equal files.
         EXPECT_TRUE(ReadBytes(restored) == ReadBytes(expected));
     }
+}
+
+// The keys that move around, checked by the view and selection the program
+// keeps at exit; and the amplitude scale beside the audio: the columns right
+// of the plot's left edge are waveform, the gutter left of it is not.
+TEST_F(DesktopProgram, KeysZoomStepAndSelectAndTheScaleHidesNoAudio)
+{
+    const std::string file = MakeFfmpegFixture("nav.wav", "-f lavfi -i 'aevalsrc=0.9*sin(2*PI*220*t):d=20:s=48000' -ac 1");
+    RunningProgram run(Display, {file}, Home);
+    ASSERT_TRUE(run.WaitForTitle("nav.wav", 20.0));
+    SleepSeconds(1.0);
+
+    // Window margin 4 px, half the editor's 8 px padding, the 64 px gutter.
+    const Geometry g = WindowGeometry(Display, run);
+    const int plotX1 = g.X + 4 + 4 + 64;
+    Screenshot shot;
+    ASSERT_TRUE(shot.Take(Display));
+    int r = 0, gr = 0, b = 0;
+    // The middle of the upper lane (the editor plays mono on both sides),
+    // off the pointer's hover line.
+    const int midY = g.Y + g.Height * 3 / 10;
+    shot.At(g.X + g.Width / 2 + 37, midY, r, gr, b);  // the sine's fill
+    const int area = 6 * 30;
+    EXPECT_GT(shot.Count(plotX1 + 3, midY - 15, plotX1 + 9, midY + 15, r, gr, b, 12), area * 9 / 10);
+    EXPECT_LT(shot.Count(plotX1 - 12, midY - 15, plotX1 - 6, midY + 15, r, gr, b, 12), area / 10);
+
+    // Fitted to 0..20 s, the play position at 0: two zooms in keep it at the left edge.
+    run.Key("ctrl+1");
+    run.Key("ctrl+1");  // 0..5
+    for (int i = 0; i < 3; ++i)
+        run.Key("Right");  // 1.5 s, a tenth of the view each
+    run.Key("Left");
+    run.Key("Right");
+    run.Key("shift+Right");
+    run.Key("shift+Right");  // 1.5 .. 2.5
+    run.Key("shift+Left");   // the moving edge back: 1.5 .. 2.0
+    run.Key("ctrl+e");       // 1.5 .. 2.0
+    run.Key("ctrl+2");       // back to 0..5
+    run.Key("Next");         // a page on: 5..10
+    SleepSeconds(0.5);
+    run.Key("ctrl+q");
+    ASSERT_EQ(run.WaitForExit(20.0), 0);
+
+    std::ifstream in(Home + "/config/glwaveedit/state.json");
+    const nlohmann::json state = nlohmann::json::parse(in, nullptr, false);
+    ASSERT_FALSE(state.is_discarded());
+    const nlohmann::json& editor = state["editor"]["state"];
+    EXPECT_NEAR(editor.value("view_start_sec", -1.0), 5.0, 1e-6);
+    EXPECT_NEAR(editor.value("view_end_sec", -1.0), 10.0, 1e-6);
+    EXPECT_NEAR(editor.value("selection_start_sec", -1.0), 1.5, 1e-6);
+    EXPECT_NEAR(editor.value("selection_end_sec", -1.0), 2.0, 1e-6);
 }
