@@ -131,7 +131,7 @@ void AskFade(Program& App, const char* Name, const std::string& Title)
 
 // A loudness the ceiling refuses comes back from the edit's worker; the frame
 // thread offers what can be reached instead.
-std::mutex RefusalLock;
+std::mutex RefusalLock;  // also for MeasuredText below
 std::string RefusalText;  // under RefusalLock
 
 void RunLoudness(Program& App, double TargetLufs, double CeilingDbtp)
@@ -169,8 +169,10 @@ void OfferReachableLoudness(Program& App)
 
 void AskLoudness(Program& App)
 {
-    AskChoice(App, "Loudness", "Integrated loudness target (EBU R128), with one gain:",
-              {"-23 LUFS (broadcast)", "-16 LUFS (podcasts)", "-14 LUFS (streaming)", "Other...", "Cancel"},
+    AskChoice(App, "Loudness",
+              "Integrated loudness target (EBU R128), with one gain:\n"
+              "-23 LUFS broadcast, -16 LUFS podcasts, -14 LUFS streaming.",
+              {"-23 LUFS", "-16 LUFS", "-14 LUFS", "Other...", "Cancel"},
               [](Program& App, int Choice) {
                   const auto withCeiling = [](Program& App, double Target) {
                       AskNumber(App, "Loudness", "True-peak ceiling in dBTP:", "loudness_ceiling_dbtp", -1.0, -20.0,
@@ -188,20 +190,37 @@ void AskLoudness(Program& App)
               });
 }
 
-void ShowLoudness(Program& App)
+// The measurement reads the whole span (seconds for an hour): it runs on the
+// edit worker, and the frame thread shows its figures when they are there.
+std::string MeasuredText;  // under RefusalLock
+
+void MeasureLoudnessOfSpan(Program& App)
 {
-    GLWaveEdit& editor = *App.pEditor;
-    const GLWaveEdit::EffectSpan span = editor.CurrentEffectSpan({"normalize", 0, 0});
-    const std::vector<float>& frames = editor.ActiveFrames();
-    const int channels = editor.ActiveChannels();
-    LoudnessFigures figures;
-    const std::string error = MeasureLoudness(frames.data() + span.StartFrame * channels,
-                                              span.EndFrame - span.StartFrame, channels, editor.ActiveSampleRate(),
-                                              figures);
+    App.Edits.Queue("Measuring loudness", [&App] {
+        GLWaveEdit& editor = *App.pEditor;
+        const GLWaveEdit::EffectSpan span = editor.CurrentEffectSpan({"normalize", 0, 0});
+        const std::vector<float>& frames = editor.ActiveFrames();
+        const int channels = editor.ActiveChannels();
+        LoudnessFigures figures;
+        const std::string error = MeasureLoudness(frames.data() + span.StartFrame * channels,
+                                                  span.EndFrame - span.StartFrame, channels,
+                                                  editor.ActiveSampleRate(), figures);
+        std::lock_guard<std::mutex> hold(RefusalLock);
+        MeasuredText = (span.bWhole ? "The whole document:\n\n" : "The selection:\n\n") +
+                       (error.empty() ? DescribeLoudness(figures) : "Cannot measure: " + error);
+    });
+}
+
+void ShowMeasuredLoudness(Program& App)
+{
     Question question;
+    {
+        std::lock_guard<std::mutex> hold(RefusalLock);
+        question.Text.swap(MeasuredText);
+    }
+    if (question.Text.empty())
+        return;
     question.Title = "Loudness and levels";
-    question.Text = (span.bWhole ? "The whole document:\n\n" : "The selection:\n\n") +
-                    (error.empty() ? DescribeLoudness(figures) : "Cannot measure: " + error);
     question.Buttons = {"Close"};
     App.Prompts.Ask(std::move(question));
 }
@@ -215,6 +234,7 @@ bool Usable(const Program& App)
 void DrawEffectMenus(Program& App)
 {
     OfferReachableLoudness(App);
+    ShowMeasuredLoudness(App);
     const bool usable = Usable(App);
     if (ImGui::BeginMenu("Effect"))
     {
@@ -256,7 +276,7 @@ void DrawEffectMenus(Program& App)
     if (ImGui::BeginMenu("Analyze"))
     {
         if (ImGui::MenuItem("Loudness and levels", nullptr, false, usable))
-            ShowLoudness(App);
+            MeasureLoudnessOfSpan(App);
         ImGui::EndMenu();
     }
 }
