@@ -2,12 +2,14 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <thread>
 
 #include "glwaveedit.h"
+#include "loudness.h"
 #include "jobs.h"
 #include "session.h"
 
@@ -116,6 +118,32 @@ void PrintInfo(const std::string& Path, const DocumentInfo& Info, const GLWaveEd
     const std::string warning = ChannelWarning(Info.Source);
     if (!warning.empty())
         std::printf("note: %s\n", warning.c_str());
+    LoudnessFigures figures;
+    if (frames > 0 && MeasureLoudness(Editor.ActiveFrames().data(), static_cast<int64_t>(frames),
+                                      Editor.ActiveChannels(), Editor.ActiveSampleRate(), figures).empty())
+        std::printf("%s", DescribeLoudness(figures).c_str());
+}
+
+// A fade takes its seconds at the document's start or end; the selection the
+// user made for later steps stays.
+bool RunEffectStep(GLWaveEdit& Editor, const BatchStep& Step, std::string& Error)
+{
+    if (Step.What == BatchStep::Effect)
+        return Editor.ApplyEffect({Step.Path, Step.A, Step.B}, &Error);
+    const bool selected = Editor.HasSelection();
+    const double start = Editor.SelectionStartSec();
+    const double end = Editor.SelectionEndSec();
+    const double length = std::min(Step.A, Editor.DurationSec);
+    if (Step.What == BatchStep::FadeIn)
+        Editor.SetHostedSelection(0.0, length);
+    else
+        Editor.SetHostedSelection(Editor.DurationSec - length, Editor.DurationSec);
+    const bool applied = Editor.ApplyEffect({Step.What == BatchStep::FadeIn ? "fade-in" : "fade-out", 0.0, 0.0}, &Error);
+    if (selected)
+        Editor.SetHostedSelection(start, end);
+    else
+        Editor.ClearSelection(true);
+    return applied;
 }
 }  // namespace
 
@@ -162,6 +190,16 @@ bool RunBatchSteps(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const Options&
             if (!Editor.ApplyGainPercent(step.A, &error))
             {
                 std::fprintf(stderr, "glwaveedit: gain: %s\n", error.c_str());
+                return false;
+            }
+            break;
+        case BatchStep::Effect:
+        case BatchStep::FadeIn:
+        case BatchStep::FadeOut:
+            if (!RunEffectStep(Editor, step, error))
+            {
+                std::fprintf(stderr, "glwaveedit: %s: %s\n", step.Path.empty() ? "fade" : step.Path.c_str(),
+                             error.c_str());
                 return false;
             }
             break;

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <filesystem>
 #include <functional>
+#include <memory>
 
 #include "glwaveedit.h"
 #include "options.h"
@@ -37,7 +38,8 @@ double PositionAfterEdit(double PositionSec, const Program::EditReport& Edit, do
 
 // Runs one edit and journals it; when it changed the audio while it played,
 // the player starts again at the same place in the edited audio.
-void RunEditNow(Program& App, const std::function<void(GLWaveEdit&)>& Edit, double GainPercent)
+void RunEditNow(Program& App, const std::function<void(GLWaveEdit&)>& Edit, double GainPercent,
+                const std::function<void()>& Journal = nullptr)
 {
     GLWaveEdit& editor = *App.pEditor;
     const bool playing = editor.IsPlaybackActive() && !editor.IsPlaybackPaused();
@@ -48,7 +50,10 @@ void RunEditNow(Program& App, const std::function<void(GLWaveEdit&)>& Edit, doub
     Edit(editor);
     if (App.LastEdit.Serial == serial || App.LastEdit.Action == "copy")
         return;
-    JournalLastEdit(App, framesBefore, GainPercent);
+    if (Journal)
+        Journal();
+    else
+        JournalLastEdit(App, framesBefore, GainPercent);
     // The player plays its own copy of the old audio (and a gain stops it):
     // what was playing starts again from the edited frames.
     if (!playing)
@@ -62,10 +67,11 @@ void RunEditNow(Program& App, const std::function<void(GLWaveEdit&)>& Edit, doub
 // Every edit runs off the frame thread, with its journal entry, the restart
 // of playback and the waveform summary's update: on an hour each of them
 // moves or reads gigabytes. What names it while it runs.
-void RunEdit(Program& App, const char* What, std::function<void(GLWaveEdit&)> Edit, double GainPercent = 0.0)
+void RunEdit(Program& App, const std::string& What, std::function<void(GLWaveEdit&)> Edit, double GainPercent = 0.0,
+             std::function<void()> Journal = nullptr)
 {
-    App.Edits.Queue(What, [&App, Edit = std::move(Edit), GainPercent] {
-        RunEditNow(App, Edit, GainPercent);
+    App.Edits.Queue(What, [&App, Edit = std::move(Edit), GainPercent, Journal = std::move(Journal)] {
+        RunEditNow(App, Edit, GainPercent, Journal);
         App.pEditor->RefreshWaveSummary();
     });
 }
@@ -133,6 +139,29 @@ void ShowKeys(Program& App)
     App.Prompts.Ask(std::move(question));
 }
 
+}  // namespace
+
+void RunEffect(Program& App, const GLWaveEdit::Effect& What, const std::string& Title,
+               std::function<void(const std::string&)> OnRefusal)
+{
+    auto span = std::make_shared<GLWaveEdit::EffectSpan>();
+    RunEdit(
+        App, Title,
+        [&App, What, Title, span, OnRefusal = std::move(OnRefusal)](GLWaveEdit& Editor) {
+            std::string error;
+            const bool selected = Editor.HasSelection() && What.Name != "insert-silence";
+            if (Editor.ApplyEffect(What, &error, span.get()))
+                App.Say(Title + " done" + (selected ? " on the selection." : "."));
+            else if (OnRefusal)
+                OnRefusal(error);
+            else
+                App.Complain(Title + ": " + error);
+        },
+        0.0, [&App, What, span] { JournalEffect(App, What, *span); });
+}
+
+namespace
+{
 // --- The table ---
 
 using Check = std::function<bool(const Program&)>;
@@ -311,7 +340,11 @@ void DrawMenuBar(Program& App)
     if (!ImGui::BeginMainMenuBar())
         return;
     for (const char* menu : {"File", "Edit", "View", "Play", "Help"})
+    {
         DrawMenu(App, menu);
+        if (std::string(menu) == "Edit")
+            DrawEffectMenus(App);
+    }
     App.MenuBarPx = ImGui::GetWindowSize().y;
     ImGui::EndMainMenuBar();
 }

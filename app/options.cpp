@@ -31,6 +31,15 @@ const std::vector<OptionHelp>& OptionTable()
         {"--select", "START END", "select START..END seconds", OptionGroup::Batch},
         {"--cut, --delete", "", "remove the selection (cut also copies it)", OptionGroup::Batch},
         {"--gain", "PERCENT", "gain on the selection, or on everything", OptionGroup::Batch},
+        {"--fade-in, --fade-out", "SEC", "fade the first (last) SEC seconds in (out), linear", OptionGroup::Batch},
+        {"--silence", "", "silence the selection", OptionGroup::Batch},
+        {"--normalize", "DBFS", "peak to DBFS, channels linked (selection or everything)", OptionGroup::Batch},
+        {"--loudness", "LUFS", "integrated loudness to LUFS with one gain; refused when\nthe true peak would pass the ceiling",
+         OptionGroup::Batch},
+        {"--true-peak", "DBTP", "the ceiling of the --loudness before it (default -1)", OptionGroup::Batch},
+        {"--dc, --reverse", "", "remove the DC offset; reverse", OptionGroup::Batch},
+        {"--highpass", "HZ", "high-pass filter at HZ (rumble: 80)", OptionGroup::Batch},
+        {"--trim-silence", "DBFS", "remove what stays under DBFS at the start and end", OptionGroup::Batch},
         {"--save", "OUT",
          "save to OUT; the container follows the extension:\n.flac .wav .ogg .opus .mp3 .m4a; the source's rate,\n"
          "channels and bit depth are kept unless chosen below",
@@ -82,6 +91,31 @@ bool ParseOptions(int Argc, char** Argv, Options& Out, std::string& OutError)
         else if (arg == "--gain" && c.Has(1) && ParseNumber(c.Arg(1), a) && a >= 0.0)
         {
             Out.Steps.push_back({BatchStep::Gain, a, 0.0, ""});
+            c.At += 1;
+        }
+        else if (arg == "--silence" || arg == "--dc" || arg == "--reverse")
+            Out.Steps.push_back({BatchStep::Effect, 0.0, 0.0, arg.substr(2)});
+        else if ((arg == "--fade-in" || arg == "--fade-out") && c.Has(1) && ParseNumber(c.Arg(1), a) && a > 0.0)
+        {
+            Out.Steps.push_back({arg == "--fade-in" ? BatchStep::FadeIn : BatchStep::FadeOut, a, 0.0, ""});
+            c.At += 1;
+        }
+        else if ((arg == "--normalize" || arg == "--loudness" || arg == "--highpass" || arg == "--trim-silence") &&
+                 c.Has(1) && ParseNumber(c.Arg(1), a))
+        {
+            // normalize: channels linked; loudness: a -1 dBTP ceiling until --true-peak; trim: any length.
+            Out.Steps.push_back({BatchStep::Effect, a, arg == "--normalize" ? 1.0 : arg == "--loudness" ? -1.0 : 0.0,
+                                 arg.substr(2)});
+            c.At += 1;
+        }
+        else if (arg == "--true-peak" && c.Has(1) && ParseNumber(c.Arg(1), a))
+        {
+            if (Out.Steps.empty() || Out.Steps.back().Path != "loudness")
+            {
+                OutError = "--true-peak goes right after the --loudness it bounds";
+                return false;
+            }
+            Out.Steps.back().B = a;
             c.At += 1;
         }
         else if (arg == "--save" && c.Has(1))

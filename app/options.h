@@ -15,6 +15,9 @@ struct BatchStep
         Delete,
         Gain,    // A percent
         Save,    // Path
+        Effect,  // the effect Path names, with A and B as the editor takes them
+        FadeIn,  // the first A seconds
+        FadeOut, // the last A seconds
     };
     Kind What = Select;
     double A = 0.0;

@@ -23,7 +23,7 @@
 #include "session.h"
 #include "settings.h"
 
-class GLWaveEdit;
+#include "glwaveedit.h"
 struct Core;
 
 // The last thing the program has to say, under the editor. An error stays
@@ -84,6 +84,14 @@ struct Program
 
 // --- commands.cpp: the command table, menus and shortcuts ---
 void DrawMenuBar(Program& App);
+// Runs an effect as an edit (worker, journal, playback kept in step); Title
+// names it to the user. A refusal goes to OnRefusal (any thread) when given,
+// else to the status bar.
+void RunEffect(Program& App, const GLWaveEdit::Effect& What, const std::string& Title,
+               std::function<void(const std::string&)> OnRefusal = nullptr);
+
+// --- effects_menu.cpp: the Effect and Analyze menus and their dialogs ---
+void DrawEffectMenus(Program& App);
 // True when Key was one of the program's shortcuts.
 bool HandleShortcut(Program& App, const SDL_Keysym& Key);
 // Opening, saving and closing as the menus and keys do them.
@@ -105,6 +113,8 @@ std::string DocumentName(const Program& App, uint64_t Id, const std::string& Sou
 // --- restore.cpp: the recovery journal's side of the program ---
 // Journals edit Serial of the active document (called after each edit).
 void JournalLastEdit(Program& App, size_t FramesBefore, double GainPercent);
+// Journals an effect just applied to the active document, over Span.
+void JournalEffect(Program& App, const GLWaveEdit::Effect& What, const GLWaveEdit::EffectSpan& Span);
 // Asks, for each journal a crashed run left (only those of OpenedPath when
 // given), whether to restore it.
 void OfferRestores(Program& App, const std::string& OpenedPath = "");

@@ -83,6 +83,13 @@ std::string EntryLine(const JournalEntry& Entry)
                            {"end", Entry.EndFrame},
                            {"percent", Entry.Percent},
                            {"inserted", Entry.Inserted.size()}};
+    if (Entry.Kind == "effect")
+    {
+        line["effect"] = Entry.Effect;
+        line["a"] = Entry.EffectA;
+        line["b"] = Entry.EffectB;
+        line["whole"] = Entry.bWhole;
+    }
     return line.dump() + "\n";
 }
 
@@ -144,6 +151,10 @@ bool Journal::Read(const std::string& Path, FoundJournal& Out)
         entry.StartFrame = item.value("start", int64_t(0));
         entry.EndFrame = item.value("end", int64_t(0));
         entry.Percent = item.value("percent", 0.0);
+        entry.Effect = item.value("effect", std::string());
+        entry.EffectA = item.value("a", 0.0);
+        entry.EffectB = item.value("b", 0.0);
+        entry.bWhole = item.value("whole", false);
         const size_t inserted = item.value("inserted", size_t(0));
         if (inserted > 0)
         {

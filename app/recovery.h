@@ -28,11 +28,17 @@
 
 struct JournalEntry
 {
-    std::string Kind;  // cut, delete, gain, paste, undo, redo
+    std::string Kind;  // cut, delete, gain, paste, undo, redo, effect
     int64_t StartFrame = 0;
     int64_t EndFrame = 0;
     double Percent = 0.0;
     std::vector<float> Inserted;  // a paste's frames, interleaved stereo
+    // Kind "effect": which, its two values, and whether it took the whole
+    // document (no selection); replayed by running it again on the frames.
+    std::string Effect;
+    double EffectA = 0.0;
+    double EffectB = 0.0;
+    bool bWhole = false;
 };
 
 // An open journal file and the lock on it; closing releases the lock.

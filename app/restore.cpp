@@ -62,7 +62,10 @@ void ReplayOntoActive(Program& App, const FoundJournal& Found, const std::string
     GLWaveEdit& editor = *App.pEditor;
     size_t replayed = 0;
     for (const JournalEntry& entry : Found.Entries)
-        if (editor.ReplayEdit(entry.Kind, entry.StartFrame, entry.EndFrame, entry.Percent, entry.Inserted))
+        if (entry.Kind == "effect" ? editor.ApplyEffectToFrames({entry.Effect, entry.EffectA, entry.EffectB},
+                                                               {entry.StartFrame, entry.EndFrame, entry.bWhole})
+                                   : editor.ReplayEdit(entry.Kind, entry.StartFrame, entry.EndFrame, entry.Percent,
+                                                       entry.Inserted))
             ++replayed;
     App.Recovery.Adopt(editor.DocumentIdAt(editor.ActiveDocument()), Found);
     if (replayed == Found.Entries.size())
@@ -163,6 +166,21 @@ void JournalLastEdit(Program& App, size_t FramesBefore, double GainPercent)
     else if (entry.Kind != "cut" && entry.Kind != "delete" && entry.Kind != "gain" && entry.Kind != "undo" &&
              entry.Kind != "redo")
         return;
+    const uint64_t id = editor.DocumentIdAt(editor.ActiveDocument());
+    App.Recovery.Record(id, JournalBase(App.Docs.Info(id)), std::move(entry));
+}
+
+void JournalEffect(Program& App, const GLWaveEdit::Effect& What, const GLWaveEdit::EffectSpan& Span)
+{
+    GLWaveEdit& editor = *App.pEditor;
+    JournalEntry entry;
+    entry.Kind = "effect";
+    entry.StartFrame = Span.StartFrame;
+    entry.EndFrame = Span.EndFrame;
+    entry.Effect = What.Name;
+    entry.EffectA = What.A;
+    entry.EffectB = What.B;
+    entry.bWhole = Span.bWhole;
     const uint64_t id = editor.DocumentIdAt(editor.ActiveDocument());
     App.Recovery.Record(id, JournalBase(App.Docs.Info(id)), std::move(entry));
 }

@@ -64,6 +64,8 @@ void ReadSettings(const nlohmann::json& Root, AppSettings& Out)
             read.EditorState = *state;
     }
     ReadIfPresent(Root, "recent_files", read.RecentFiles);
+    if (const auto effects = Root.find("effects"); effects != Root.end() && effects->is_object())
+        read.EffectValues = *effects;
     // Values a damaged file could hold that would make the program unusable.
     read.LossyBitrateKbps = std::clamp(read.LossyBitrateKbps, 32, 320);
     read.WindowWidth = std::clamp(read.WindowWidth, 320, 16384);
@@ -109,6 +111,7 @@ bool SaveSettings(const std::string& Path, const AppSettings& In, std::string& O
     root["window"] = {{"width", In.WindowWidth}, {"height", In.WindowHeight}, {"maximized", In.bMaximized}};
     root["editor"] = {{"type", In.EditorStateType}, {"state", In.EditorState}};
     root["recent_files"] = In.RecentFiles;
+    root["effects"] = In.EffectValues;
 
     std::error_code error;
     const fs::path target(Path);

@@ -27,6 +27,8 @@ struct AppSettings
     std::string EditorStateType;
     nlohmann::json EditorState = nlohmann::json::object();
     std::vector<std::string> RecentFiles;  // newest first
+    // The values each effect's dialog used last, by name ("normalize_dbfs").
+    nlohmann::json EffectValues = nlohmann::json::object();
 };
 
 constexpr size_t kMaxRecentFiles = 10;

@@ -66,18 +66,11 @@ timed() {
   cat "$log"; rm -f "$log"
 }
 
-# The program's batch mode where it has one, else the open_file driver; both
-# decode exactly as the editor opens a file.
+# The open_file driver decodes exactly as the editor opens a file. (The batch
+# mode's --info also measures the loudness, which is not part of an open.)
 opener="bench/open_file FILE"
-if [ -x "$build/app/glwaveedit" ] && "$build/app/glwaveedit" --help 2>/dev/null | grep -q -- '--info'; then
-  opener="glwaveedit FILE --info"
-fi
 timedOpen() {
-  if [ "$opener" = "bench/open_file FILE" ]; then
-    timed "$build/bench/open_file" "$1"
-  else
-    timed "$build/app/glwaveedit" "$1" --info
-  fi
+  timed "$build/bench/open_file" "$1"
 }
 
 # What an open must pay beyond decoding on this machine: the first touch of
@@ -140,6 +133,11 @@ done
 for ((run = 0; run < mp3SaveRuns; run++)); do
   record "save_mp3 anchor $(timed ffmpeg -hide_banner -loglevel error -nostdin -threads 1 "${raw[@]}" \
     -c:a libmp3lame -b:a 192k -y "$cache/out.anchor.mp3")"
+done
+
+echo "loudness anchor" >&2
+for ((run = 0; run < runs; run++)); do
+  record "loudness anchor $(timed ffmpeg -hide_banner -nostats -nostdin "${raw[@]}" -af ebur128=peak=true -f null -)"
 done
 
 echo "edits and play starts (edit_bench)" >&2
@@ -233,6 +231,14 @@ for name, key, target in edits:
         rows.append((name, f"{bench[key]:.3g} ms", f"{memcpyMs:.3g} ms (memcpy)", f"{ratio:.2f}", "-", "-"))
     else:
         row(name, bench[key], memcpyMs, "memcpy", "ms", target, "the edit's own pass over the frames it moves")
+row("loudness of the hour", bench["BM_LoudnessOfTheHour"] / 1000, median(seconds[("loudness", "anchor")]),
+    "ffmpeg ebur128=peak=true", "s", 0.5, "libebur128 on two threads against FFmpeg's filter on one")
+for name, key, target in [("normalize all (with its peak scan)", "BM_EffectOnTheWholeDocument/normalize", 2.0),
+                          ("loudness apply all (with its analysis)", "BM_EffectOnTheWholeDocument/loudness", 2.0),
+                          ("fade in 10 s", "BM_EffectOnTenSeconds/fade", 1.5),
+                          ("silence 10 s", "BM_EffectOnTenSeconds/silence", 1.5),
+                          ("reverse 10 s", "BM_EffectOnTenSeconds/reverse", 1.5)]:
+    row(name, bench[key], memcpyMs, "memcpy", "ms", target, "the effect's own passes over the frames")
 # The issue's rule is for undo; redo is shown beside the same cut.
 cutMs = bench["BM_TenSecondCutWithHistory/cut"]
 row("undo of a 10 s cut", bench["BM_TenSecondCutWithHistory/undo"], memcpyMs, "memcpy", "ms", 0.7,

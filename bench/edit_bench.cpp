@@ -16,6 +16,7 @@
 
 #include "gldeck_audio_player.h"
 #include "large_buffer.h"
+#include "loudness.h"
 #include "test_support.h"
 
 namespace
@@ -115,6 +116,39 @@ void BM_RemoveTenSecondsFromTheMiddle(benchmark::State& State, void (GLWaveEdit:
         State.PauseTiming();
         PasteAtTheMiddle(editor);
         State.ResumeTiming();
+    }
+}
+
+// --- Effects ---
+
+void BM_LoudnessOfTheHour(benchmark::State& State)
+{
+    const auto& frames = Access::PcmFrames(Editor());
+    for (auto _ : State)
+    {
+        LoudnessFigures figures;
+        benchmark::DoNotOptimize(MeasureLoudness(frames.data(), static_cast<int64_t>(frames.size() / 2), 2, 48000, figures));
+    }
+}
+
+// The analysis the effect needs is inside the timing: it is part of the edit.
+void BM_EffectOnTheWholeDocument(benchmark::State& State, const char* Name, double A, double B)
+{
+    GLWaveEdit& editor = Editor();
+    editor.ClearSelection(false);
+    for (auto _ : State)
+        if (!editor.ApplyEffect({Name, A, B}))
+            State.SkipWithError(Name);
+}
+
+void BM_EffectOnTenSeconds(benchmark::State& State, const char* Name)
+{
+    GLWaveEdit& editor = Editor();
+    for (auto _ : State)
+    {
+        SelectTenSecondsInTheMiddle(editor);
+        if (!editor.ApplyEffect({Name, 0.0, 0.0}))
+            State.SkipWithError(Name);
     }
 }
 
@@ -235,6 +269,14 @@ void BM_HoverPeakWithTheHourInView(benchmark::State& State)
 }
 }  // namespace
 
+BENCHMARK(BM_LoudnessOfTheHour)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK_CAPTURE(BM_EffectOnTheWholeDocument, normalize, "normalize", -1.0, 1.0)
+    ->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK_CAPTURE(BM_EffectOnTheWholeDocument, loudness, "loudness", -30.0, 0.0)
+    ->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK_CAPTURE(BM_EffectOnTenSeconds, fade, "fade-in")->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK_CAPTURE(BM_EffectOnTenSeconds, silence, "silence")->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK_CAPTURE(BM_EffectOnTenSeconds, reverse, "reverse")->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_MemcpyOfAllFrames)->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_GainOnTheWholeDocument)->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK_CAPTURE(BM_RemoveTenSecondsFromTheMiddle, cut, &GLWaveEdit::RequestCutSelection)

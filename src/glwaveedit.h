@@ -32,7 +32,8 @@
 //                     tabs (glwaveedit_tabs.cpp), adopting a decoded document
 //                     (glwaveedit_adopt.cpp), edit history (glwaveedit_history.cpp),
 //                     replaying journalled edits (glwaveedit_replay.cpp),
-//                     looped playback (glwaveedit_loop.cpp)
+//                     looped playback (glwaveedit_loop.cpp),
+//                     effects (glwaveedit_effects.cpp)
 //   Render side       Render, PlayPositionText, NiceTimeStep, FormatTimeLabel
 //                     (glwaveedit_render.cpp); the per-document waveform
 //                     summary it draws from (wave_summary.h)
@@ -468,6 +469,43 @@ public:
     // a gap, until the loop is turned off with EndSec <= StartSec; kept for
     // every later play until then.
     void SetPlaybackLoop(double StartSec, double EndSec);
+    // --- Extensions: effects (glwaveedit_effects.cpp) ---
+    // Processing edits, each one edit like a gain: undoable, announced with
+    // an action text of its own ("fade in"), ended in the edits' fixed order.
+    // Nothing calls them unless a host does. Name and the meaning of A, B:
+    //   fade-in, fade-out  A: curve, 0 linear, 1 logarithmic, 2 S-curve
+    //   silence            -
+    //   insert-silence     A: seconds, at the play position
+    //   normalize          A: peak in dBFS; B: 1 channels linked, 0 each on its own
+    //   loudness           A: integrated loudness in LUFS; B: true-peak ceiling in dBTP
+    //   dc, reverse        -
+    //   highpass           A: cutoff in Hz
+    //   trim-silence       A: threshold in dBFS; B: shortest silence trimmed, seconds
+    struct Effect
+    {
+        std::string Name;
+        double A = 0.0;
+        double B = 0.0;
+    };
+    // The frames an effect read and whether they were the whole document
+    // (no selection), as a journal keeps them for ApplyEffectToFrames.
+    struct EffectSpan
+    {
+        int64_t StartFrame = 0;
+        int64_t EndFrame = 0;
+        bool bWhole = false;
+    };
+    // On the selection, or the whole document without one; insert-silence at
+    // the play position. False, with the reason, when it does not apply.
+    bool ApplyEffect(const Effect& What, std::string* ErrorMessage = nullptr, EffectSpan* Applied = nullptr);
+    // The same on given frames of the active document. After it, with bWhole
+    // there is no selection; otherwise the selection spans the result.
+    bool ApplyEffectToFrames(const Effect& What, const EffectSpan& Span, std::string* ErrorMessage = nullptr);
+    // The frames What would give in place of Span, without an edit (a preview).
+    bool RenderEffect(const Effect& What, const EffectSpan& Span, std::vector<float>& Out,
+                      std::string* ErrorMessage = nullptr) const;
+    // The span ApplyEffect would take now.
+    EffectSpan CurrentEffectSpan(const Effect& What) const;
 
 private:
     // Called by every edit just before it turns the frames StartFrame ..

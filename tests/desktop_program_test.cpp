@@ -258,6 +258,35 @@ TEST(BatchMode, CutOnAnHourLongMp3SavesAFlacAtItsRateShorterByTheCut)
     EXPECT_EQ(RunShell("'" + Program() + "' '" + source + "' --save '" + out + "' 2>/dev/null"), 1);
 }
 
+TEST(BatchMode, TrimFadeAndLoudnessToMinus16AsFfmpegMeasuresTheSavedFile)
+{
+    // Half a second of silence, then pink noise.
+    const std::string source = MakeFfmpegFixture(
+        "talk.wav", "-f lavfi -i \"anoisesrc=color=pink:amplitude=0.2:seed=5:d=12,adelay=500:all=1\" -ac 2 -ar 48000");
+    ASSERT_FALSE(source.empty());
+    const std::string out = ScratchPath("talk-16.wav");
+    fs::remove(out);
+    ASSERT_EQ(RunShell("'" + Program() + "' '" + source + "' --trim-silence -80 --fade-in 0.5 --fade-out 1 --loudness -16 "
+                       "--save '" + out + "'"),
+              0);
+    EXPECT_EQ(InfoFrames(out), 12LL * 48000);  // the 0.5 s of silence went, nothing else
+    const std::string measured =
+        ShellOutput("ffmpeg -hide_banner -nostats -i '" + out + "' -af ebur128=peak=true -f null - 2>&1");
+    const size_t summary = measured.rfind("Summary:");
+    ASSERT_NE(summary, std::string::npos) << measured;
+    const size_t at = measured.find("I:", summary);
+    ASSERT_NE(at, std::string::npos);
+    EXPECT_NEAR(std::stod(measured.substr(at + 2)), -16.0, 0.1) << measured.substr(summary);
+
+    const std::string info = ShellOutput("'" + Program() + "' '" + out + "' --info");
+    EXPECT_NE(info.find("integrated loudness: -16.0 LUFS"), std::string::npos) << info;
+    // A target the ceiling refuses changes nothing and says what can be reached.
+    const std::string refused = ShellOutput("'" + Program() + "' '" + out + "' --loudness 0 --true-peak -1 --save '" +
+                                            ScratchPath("talk-0.wav") + "' 2>&1; echo rc=$?");
+    EXPECT_NE(refused.find("LUFS is the loudest within it"), std::string::npos) << refused;
+    EXPECT_NE(refused.find("rc=1"), std::string::npos) << refused;
+}
+
 TEST(BatchMode, OptionsAreCheckedAndFailuresSayWhyWithAnExitStatus)
 {
     const std::string help = ShellOutput("'" + Program() + "' --help");

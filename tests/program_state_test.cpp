@@ -59,7 +59,8 @@ TEST(CommandLine, BatchStepsKeepTheirOrderAndBadOptionsAreRefused)
 
     for (const std::vector<std::string>& bad :
          {std::vector<std::string>{"--help-me"}, {"-x"}, {"--select", "1"}, {"--select", "1", "nan"},
-          {"--gain", "-5"}, {"--save"}, {"--frames", "0"}})
+          {"--gain", "-5"}, {"--save"}, {"--frames", "0"}, {"--true-peak", "-1"}, {"--fade-in", "0"},
+          {"--dc", "--true-peak", "-1"}})
     {
         Options refused;
         EXPECT_FALSE(Parse(bad, refused, error)) << bad.front();

@@ -161,3 +161,52 @@ TEST(RecoveryJournal, ReplayLeavesTheClipboardAndPointerTimeAndAnnouncesTheSelec
     EXPECT_EQ(log.Lines.back(), "selection 0.000000 0.000000");
     editor.Destroy();
 }
+
+TEST(RecoveryJournal, EffectsComeBackFromTheirLinesSampleForSample)
+{
+    FreshStateHome("journal-effects");
+    GLWaveEdit edited;
+    edited.NewUntitledDocument();
+    const std::vector<float> original = RampFrames(48000, 1e-5f);
+    Access::PcmFrames(edited) = original;
+    edited.DurationSec = 1.0;
+    // Each effect as the program journals it: what it is and the frames it took.
+    const std::vector<std::pair<GLWaveEdit::Effect, std::pair<double, double>>> steps = {
+        {{"fade-in", 1, 0}, {0.1, 0.4}},   {{"highpass", 80, 0}, {0, 0}},     {{"loudness", -40, -1}, {0, 0}},
+        {{"reverse", 0, 0}, {0.2, 0.3}},   {{"insert-silence", 0.25, 0}, {0, 0}}, {{"trim-silence", -40, 0}, {0, 0}},
+    };
+    Journal journal;
+    for (const auto& [what, selection] : steps)
+    {
+        Access::SelectionStartValueSec(edited) = selection.first;
+        Access::SelectionEndValueSec(edited) = selection.second;
+        edited.CurrentTimeSec = 0.6;
+        GLWaveEdit::EffectSpan span;
+        std::string error;
+        ASSERT_TRUE(edited.ApplyEffect(what, &error, &span)) << what.Name << ": " << error;
+        JournalEntry entry = Entry("effect", span.StartFrame, span.EndFrame);
+        entry.Effect = what.Name, entry.EffectA = what.A, entry.EffectB = what.B, entry.bWhole = span.bWhole;
+        journal.Record(1, "", std::move(entry));
+    }
+    journal.Flush();
+    ASSERT_EQ(journal.Problem(), "");
+
+    std::vector<std::string> files;
+    for (const auto& file : fs::directory_iterator(Journal::Folder()))
+        files.push_back(file.path().string());
+    ASSERT_EQ(files.size(), 1u);
+    FoundJournal found;
+    ASSERT_TRUE(Journal::Read(files[0], found));
+    ASSERT_EQ(found.Entries.size(), steps.size());
+    GLWaveEdit replayed;
+    replayed.NewUntitledDocument();
+    Access::PcmFrames(replayed) = original;
+    replayed.DurationSec = 1.0;
+    for (const JournalEntry& entry : found.Entries)
+        ASSERT_TRUE(replayed.ApplyEffectToFrames({entry.Effect, entry.EffectA, entry.EffectB},
+                                                 {entry.StartFrame, entry.EndFrame, entry.bWhole}))
+            << entry.Effect;
+    EXPECT_TRUE(Access::PcmFrames(replayed) == Access::PcmFrames(edited));
+    EXPECT_FALSE(Access::PcmFrames(replayed) == original);
+    journal.ForgetAll();
+}
