@@ -136,7 +136,10 @@ TEST(AudioDecode, EveryFormatEqualsTheEditorsImportOnOneThreadAsAPipelineAndInHa
             const std::vector<float> common(r.Audio.Frames.begin(), r.Audio.Frames.begin() + expected.size());
             EXPECT_LE(LargestDifference(common, expected), 1e-6f);
             EXPECT_NEAR(double(r.Audio.Frames.size() / 2), double(r.Audio.SourceFrames) * 48000 / f.Rate, 1.0);
-            EXPECT_GT(r.Audio.TailFrames, 0u);
+            if (f.Rate != 48000)  // at the output's own rate nothing waits in the resampler
+            {
+                EXPECT_GT(r.Audio.TailFrames, 0u);
+            }
             if (mode < Halves)
             {
                 EXPECT_EQ(r.Audio.SecondHalfFromFrame, 0u);
