@@ -143,3 +143,18 @@ std::deque<SDL_Event> KeyLatch::NextFrame()
     }
     return kept;
 }
+
+// The shape a child window asked for this frame, or the arrow.
+void ApplyCursor(const Tarvik& Root, Cursors& Shapes)
+{
+    SDL_Cursor* wanted = Shapes.pArrow;
+    if (Root.bCursorFromChild && Root.CursorCode == 5)
+        wanted = Shapes.pSizeWE;
+    else if (Root.bCursorFromChild && Root.CursorCode == 11)
+        wanted = Shapes.pIBeam;
+    if (wanted && wanted != Shapes.pShown)
+    {
+        SDL_SetCursor(wanted);
+        Shapes.pShown = wanted;
+    }
+}

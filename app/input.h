@@ -10,6 +10,27 @@
 #include <deque>
 
 struct Program;
+class Tarvik;
+
+// The pointer's shapes, made once: the arrow, the sizing arrow over a
+// selection's edge, the text beam.
+struct Cursors
+{
+    SDL_Cursor* pArrow = SDL_CreateSystemCursor(SDL_SYSTEM_CURSOR_ARROW);
+    SDL_Cursor* pSizeWE = SDL_CreateSystemCursor(SDL_SYSTEM_CURSOR_SIZEWE);
+    SDL_Cursor* pIBeam = SDL_CreateSystemCursor(SDL_SYSTEM_CURSOR_IBEAM);
+    SDL_Cursor* pShown = nullptr;
+
+    ~Cursors()
+    {
+        SDL_FreeCursor(pIBeam);
+        SDL_FreeCursor(pSizeWE);
+        SDL_FreeCursor(pArrow);
+    }
+};
+
+// The shape a child window asked for this frame, or the arrow.
+void ApplyCursor(const Tarvik& Root, Cursors& Shapes);
 
 class PointerInput
 {

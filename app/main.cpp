@@ -4,12 +4,8 @@
 // and status bar. Files open and save on worker threads; the window draws
 // only when something changed, and otherwise sleeps in SDL_WaitEvent.
 //
-// main reads as set-up, the event loop, and one cleanup in reverse order.
-// The parts: options.cpp and batch.cpp (command line, batch mode),
-// commands.cpp and file_commands.cpp (menus, keys, open/save/close),
-// dialogs.cpp, jobs.cpp (background work), session.cpp and close_guard.cpp
-// (modified marks, guards), recovery.cpp and restore.cpp (the journal),
-// settings.cpp (persisted state), input.cpp, status_bar.cpp.
+// main reads as set-up, the event loop, and one cleanup in reverse order;
+// the README's file map names the other parts.
 
 #include <GL/gl.h>
 #include <imgui.h>
@@ -44,36 +40,6 @@ constexpr const char* kFontPath = "/usr/share/fonts/truetype/dejavu/DejaVuSans.t
 constexpr float kUiFontPx = 15.0f;
 
 // --- Window ---
-
-struct Cursors
-{
-    SDL_Cursor* pArrow = SDL_CreateSystemCursor(SDL_SYSTEM_CURSOR_ARROW);
-    SDL_Cursor* pSizeWE = SDL_CreateSystemCursor(SDL_SYSTEM_CURSOR_SIZEWE);
-    SDL_Cursor* pIBeam = SDL_CreateSystemCursor(SDL_SYSTEM_CURSOR_IBEAM);
-    SDL_Cursor* pShown = nullptr;
-
-    ~Cursors()
-    {
-        SDL_FreeCursor(pIBeam);
-        SDL_FreeCursor(pSizeWE);
-        SDL_FreeCursor(pArrow);
-    }
-};
-
-// The shape a child window asked for this frame, or the arrow.
-void ApplyCursor(const Tarvik& Root, Cursors& Shapes)
-{
-    SDL_Cursor* wanted = Shapes.pArrow;
-    if (Root.bCursorFromChild && Root.CursorCode == 5)
-        wanted = Shapes.pSizeWE;
-    else if (Root.bCursorFromChild && Root.CursorCode == 11)
-        wanted = Shapes.pIBeam;
-    if (wanted && wanted != Shapes.pShown)
-    {
-        SDL_SetCursor(wanted);
-        Shapes.pShown = wanted;
-    }
-}
 
 // The drawable's size into the screen, and the editor's rectangle between the
 // menu bar and the status bar.
