@@ -155,6 +155,7 @@ void AdoptOpened(GLWaveEdit& Editor, Session& Docs, OpenResult& Opened)
         Editor.AdoptDecodedDocument(Opened.Path, std::move(Opened.Audio.Frames));
     DocumentInfo& info = Docs.Info(Editor.DocumentIdAt(Editor.ActiveDocument()));
     info.SourcePath = Opened.Path;
+    info.DiskStamp = FileStamp::Of(Opened.Path);  // as this program read it
     info.FormatSummary = Opened.Format;
     info.Tags = std::move(Opened.Audio.Tags);
     info.Source = Opened.Source;

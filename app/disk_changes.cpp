@@ -1,5 +1,5 @@
 // Files another program writes while they are open here. Each tab notes its
-// file's size and time when it opens or saves it; when the window comes back
+// file's size and time when it opens (AdoptOpened) or saves it; when the window comes back
 // into focus, a file that differs is told of once, and a save over it asks
 // first (see CommandSave).
 
@@ -19,7 +19,8 @@ bool ChangedOnDiskSince(Program& App, uint64_t Id, const std::string& Path)
 {
     const DocumentInfo& info = App.Docs.Info(Id);
     const std::string& own = info.SaveTarget.empty() ? info.SourcePath : info.SaveTarget;
-    return !Path.empty() && Path == own && FileStamp::Of(Path) != info.DiskStamp;
+    // A stamp never taken (an untitled document) tells nothing.
+    return !Path.empty() && Path == own && info.DiskStamp != FileStamp() && FileStamp::Of(Path) != info.DiskStamp;
 }
 
 void CheckDiskChanges(Program& App)

@@ -347,7 +347,6 @@ void TakeFinishedJobs(Program& App)
         AdoptOpened(editor, App.Docs, opened);
         AddRecentFile(App.Settings, opened.Path);
         App.Say("Opened " + opened.Path);
-        NoteDiskStamp(App, editor.DocumentIdAt(editor.ActiveDocument()), opened.Path);
         if (!ReplayPendingRestore(App, opened.Path))
             OfferRestores(App, opened.Path);
     }

@@ -20,6 +20,7 @@
 #include <memory>
 
 #include "audio_decode.h"
+#include "audio_format_convert.h"
 #include "batch.h"
 #include "core.h"
 #include "demo_clip.h"
@@ -241,6 +242,11 @@ void ConnectEditor(Program& App, GLWaveEdit& Editor, PointerInput& Pointer)
         return App.Docs.IsModified(*App.pEditor, App.pEditor->DocumentIdAt(Index));
     };
     Editor.TabLabelProvider = [&App](int Index) { return DocumentName(App, App.pEditor->DocumentIdAt(Index), ""); };
+    // A mono file shows as the one channel it is, at its own level.
+    Editor.MonoSourceLevelProvider = [&App](int Index) {
+        const DocumentInfo* info = App.Docs.Find(App.pEditor->DocumentIdAt(Index));
+        return info && info->Source.bKnown && info->Source.Channels == 1 ? 1.0 / ImportMonoSpreadGain() : 0.0;
+    };
     Editor.bChannelLanes = App.Settings.bChannelLanes;
     Editor.bAmplitudeDb = App.Settings.bAmplitudeDb;
     const char* lines = std::getenv("GLWE_WAVEFORM_LINES");  // "1": columns as lines, for a GLSL that misbehaves

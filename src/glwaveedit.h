@@ -184,6 +184,13 @@ public:
     // Extension (glwaveedit_tabs.cpp), empty by default: true for a tab whose
     // label the render side marks with a bullet (the program: unsaved changes).
     std::function<bool(int)> TabMarkProvider;
+    // Extension (glwaveedit_render.cpp), empty by default: for a tab (by
+    // index) whose two channels carry one mono source, the factor from the
+    // document's level to the source's (the inverse of the import's spread);
+    // 0 or less for any other tab. Such a tab is drawn as one lane named "M"
+    // at the source's level: its waveform, scale, readout and clip marks in
+    // the file's terms. The frames and every query stay the document's.
+    std::function<double(int)> MonoSourceLevelProvider;
     // Extension (glwaveedit_tabs.cpp), empty by default: the label of the tab
     // at the index, in place of its source's file name (the program: the file
     // a document now saves to). Empty, or an empty answer: the file name.
@@ -568,6 +575,7 @@ private:
     std::vector<TraceColumn> CachedTraceColumns;  // trace-major: trace * columns + column
     std::unique_ptr<WaveColumnShader> ColumnShader;  // made on the first frame that may use it
     std::vector<WaveColumnShader::Column> ShaderColumns;  // lane-major, reused between frames
+    double RenderLevelScale = 0.0;  // this frame's MonoSourceLevelProvider answer; 0: none
 
     bool IsPcmUsable() const;
     DocumentSummary* FindSummary(uint64_t DocumentId);

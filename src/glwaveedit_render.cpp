@@ -717,10 +717,11 @@ static GLColor Blend(const GLColor& From, const GLColor& To, float T, float Alph
 static const GLColor kWhite(1.0f, 1.0f, 1.0f, 1.0f);
 static const GLColor kClipColor(1.0f, 0.18f, 0.16f, 1.0f);
 
-// A lane per channel of PCM (unless mixed to one), one for everything else.
+// A lane per channel of PCM (unless mixed to one), one for everything else
+// and for a mono source.
 int GLWaveEdit::LaneCount() const
 {
-    return (bChannelLanes && CachedTraceCount > 2) ? CachedTraceCount - 1 : 1;
+    return (bChannelLanes && CachedTraceCount > 2 && RenderLevelScale <= 0.0) ? CachedTraceCount - 1 : 1;
 }
 
 void GLWaveEdit::LaneBounds(int Lane, double& OutTop, double& OutBottom) const
@@ -746,7 +747,8 @@ static double EffectiveZoom(double Zoom)
 double GLWaveEdit::AmpY(double Amp, double Top, double Bottom) const
 {
     const double half = std::max((Top - Bottom) * 0.5 - 3.0 * PixelY(), PixelY());
-    return (Top + Bottom) * 0.5 + std::clamp(Amp * EffectiveZoom(AmplitudeZoom), -1.0, 1.0) * half;
+    const double level = RenderLevelScale > 0.0 ? RenderLevelScale : 1.0;
+    return (Top + Bottom) * 0.5 + std::clamp(Amp * level * EffectiveZoom(AmplitudeZoom), -1.0, 1.0) * half;
 }
 
 void GLWaveEdit::RenderGrid(double StepSec) const
@@ -833,8 +835,10 @@ static void RenderLevelLines(const GLWaveEdit& Editor, const std::vector<Amplitu
     glEnd();
 }
 
-static std::string LaneName(int Lane, int Lanes)
+static std::string LaneName(int Lane, int Lanes, bool bMonoSource)
 {
+    if (bMonoSource)
+        return "M";
     if (Lanes == 2)
         return Lane == 0 ? "L" : "R";
     return Lanes > 2 ? std::to_string(Lane + 1) : std::string();
@@ -847,12 +851,13 @@ void GLWaveEdit::RenderAmplitudeScale(int Lane, double Top, double Bottom) const
     const int textPx = TextSizePx();
     const double zoom = EffectiveZoom(AmplitudeZoom);
     const double zero = (Top + Bottom) * 0.5;
-    const double halfHeight = AmpY(1.0 / zoom, Top, Bottom) - zero;
+    // The scale names the source's levels: where its full scale is drawn.
+    const double halfHeight = AmpY(1.0 / zoom / (RenderLevelScale > 0.0 ? RenderLevelScale : 1.0), Top, Bottom) - zero;
     if (halfHeight / PixelY() < textPx * 0.8)
         return;
     const std::vector<AmplitudeTick> ticks = AmplitudeTicks(bAmplitudeDb, zoom, halfHeight / PixelY(), textPx);
     const std::string zeroLabel = bAmplitudeDb ? kMinusInfinity : "0";
-    const std::string name = LaneName(Lane, LaneCount());
+    const std::string name = LaneName(Lane, LaneCount(), RenderLevelScale > 0.0);
     double labelWidth = TextWidth(zeroLabel, textPx);
     for (const AmplitudeTick& tick : ticks)
         labelWidth = std::max(labelWidth, TextWidth("-" + tick.Label, textPx));
@@ -1020,10 +1025,17 @@ void GLWaveEdit::RenderClipCaps(int Trace, const std::vector<double>& Xs, double
     const double halfColumn = std::max((PlotX2 - PlotX1) / std::max<double>(count, 1.0) * 0.5, PixelX());
     UseColor(kClipColor);
     glBegin(GL_QUADS);
+    // A mono source clips at its own full scale, below the document's.
+    const float level = static_cast<float>(RenderLevelScale);
+    const auto clips = [&](const TraceColumn& Column, bool bHigh) {
+        if (level <= 0.0f)
+            return bHigh ? Column.bClipHigh : Column.bClipLow;
+        return bHigh ? Column.MaxAmp * level >= 1.0f - 1e-6f : Column.MinAmp * level <= -1.0f + 1e-6f;
+    };
     for (size_t i = 0; i < count; ++i)
         for (const bool bHigh : {true, false})
         {
-            if (!(bHigh ? columns[i].bClipHigh : columns[i].bClipLow))
+            if (!clips(columns[i], bHigh))
                 continue;
             const double edge = bHigh ? Top - PixelY() : Bottom + PixelY();
             const double inner = edge + (bHigh ? -4.0 : 4.0) * PixelY();
@@ -1102,7 +1114,7 @@ void GLWaveEdit::RenderWaveform()
         double bottom = 0.0;
         LaneBounds(lane, top, bottom);
         const double zero = (top + bottom) * 0.5;
-        const double halfHeight = AmpY(1.0 / zoom, top, bottom) - zero;
+        const double halfHeight = AmpY(1.0 / zoom / (RenderLevelScale > 0.0 ? RenderLevelScale : 1.0), top, bottom) - zero;
         RenderLevelLines(*this, AmplitudeTicks(bAmplitudeDb, zoom, halfHeight / PixelY(), TextSizePx()), PlotX1,
                          PlotX2, zero, halfHeight, zoom);
     }
@@ -1180,8 +1192,9 @@ void GLWaveEdit::RenderHoverReadout(double StepSec) const
         return;
     std::string text = FormatAxisTime(HoverTimeSec, std::min(StepSec / 10.0, 0.001));
     char level[64];
+    const double peak = HoverPeak * (RenderLevelScale > 0.0 ? RenderLevelScale : 1.0);
     if (HoverPeak > 0.0)
-        std::snprintf(level, sizeof(level), "   %.1f dBFS   %.3f", 20.0 * std::log10(HoverPeak), HoverPeak);
+        std::snprintf(level, sizeof(level), "   %.1f dBFS   %.3f", 20.0 * std::log10(peak), peak);
     else if (HoverPeak == 0.0)
         std::snprintf(level, sizeof(level), "   %s dBFS   0.000", kMinusInfinity);
     else
@@ -1267,6 +1280,7 @@ void GLWaveEdit::Render(GLdouble X1Clip, GLdouble Y1Clip, GLdouble X2Clip, GLdou
     if (!bVisible || !ColoursMade(*this) || !GLGeometry::IsValidRect(X1Clip, Y1Clip, X2Clip, Y2Clip))
         return;
     UpdatePlotRect(false);
+    RenderLevelScale = MonoSourceLevelProvider && bUsePcmFrames ? MonoSourceLevelProvider(ActiveDocumentIndex) : 0.0;
     const double widthPx = ScreenWidthPx();
     const double heightPx = ScreenHeightPx();
 

@@ -182,3 +182,37 @@ TEST(WaveformScreenshot, LooksTheSameDrawnByTheShaderOrAsLines)
     EXPECT_GT(differing, 0) << "both pictures drawn the same way";
     EXPECT_LT(differing, waveform / 25) << "pixels differing by more than a shade";
 }
+
+// A mono file is one lane at its own level: a 0.5 sine reaches half the
+// lane's height (the document holds it at 0.5 x 0.7071 in each of its two
+// channels), and a square at 1.2 gets red caps (0.85 in the document).
+TEST(WaveformScreenshot, AMonoFileIsOneLaneAtItsOwnLevel)
+{
+    const std::string audio = MakeFfmpegFixture(
+        "mono_level.wav",
+        "-f lavfi -i \"aevalsrc=exprs='if(lt(t,2),1.2*(2*gte(sin(2*PI*3*t),0)-1),0.5*sin(2*PI*3*t))':s=48000:d=4\" "
+        "-c:a pcm_f32le");
+    ASSERT_FALSE(audio.empty());
+    Image picture;
+    ASSERT_TRUE(TakeScreenshot(audio, "", "", "mono_level", picture));
+    int plotX1 = picture.Width, plotX2 = -1, plotY1 = picture.Height, plotY2 = -1;
+    for (int y = 0; y < picture.Height; ++y)
+        for (int x = 0; x < picture.Width; ++x)
+            if (Near(picture.At(x, y), kPlotBack, 2))
+                plotX1 = std::min(plotX1, x), plotX2 = std::max(plotX2, x), plotY1 = std::min(plotY1, y),
+                plotY2 = std::max(plotY2, y);
+    ASSERT_GT(plotY2 - plotY1, 200);
+    const double height = plotY2 - plotY1;
+    const auto xAt = [&](double TimeSec) { return plotX1 + static_cast<int>(TimeSec / 4.0 * (plotX2 - plotX1)); };
+    const auto isWave = [](const Rgb& C) { return C.B > 150 && C.B > C.R + 60; };
+    // One lane over the whole plot: the sine's peaks lie a quarter of its
+    // height from the top (0.354 would stop at 0.32 of it), and its fill runs
+    // on down across where two lanes would part.
+    for (const double band : {0.27, 0.36})
+        EXPECT_GT(CountIn(picture, xAt(2.1), plotY1 + static_cast<int>(height * band), xAt(2.9),
+                          plotY1 + static_cast<int>(height * (band + 0.04)), isWave),
+                  50)
+            << "rows from " << band;
+    EXPECT_GT(CountIn(picture, xAt(0.2), plotY1, xAt(1.8), plotY1 + 6, IsClipRed), (xAt(1.8) - xAt(0.2)) / 3);
+    EXPECT_EQ(CountIn(picture, xAt(2.2), plotY1, plotX2, plotY2, IsClipRed), 0);
+}
