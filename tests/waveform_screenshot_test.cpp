@@ -75,6 +75,16 @@ int CountIn(const Image& Picture, int X1, int Y1, int X2, int Y2, const std::fun
             count += Test(Picture.At(x, y)) ? 1 : 0;
     return count;
 }
+// The plot: the bounding box of its empty background.
+void PlotBounds(const Image& Picture, int& X1, int& Y1, int& X2, int& Y2)
+{
+    X1 = Picture.Width, X2 = -1, Y1 = Picture.Height, Y2 = -1;
+    for (int y = 0; y < Picture.Height; ++y)
+        for (int x = 0; x < Picture.Width; ++x)
+            if (Near(Picture.At(x, y), kPlotBack, 2))
+                X1 = std::min(X1, x), X2 = std::max(X2, x), Y1 = std::min(Y1, y), Y2 = std::max(Y2, y);
+}
+
 // The program on Audio under Xvfb, with Options, its screenshot read back;
 // Environment goes before the command (VAR=value ...).
 bool TakeScreenshot(const std::string& Audio, const std::string& Options, const std::string& Environment,
@@ -103,13 +113,8 @@ TEST(WaveformScreenshot, ShowsLanesScalesClipCapsAndTheSelection)
     Image picture;
     ASSERT_TRUE(TakeScreenshot(audio, "--select 3.0 3.5", "", "clip_lanes", picture));
 
-    // The plot: the bounding box of its empty background.
-    int plotX1 = picture.Width, plotX2 = -1, plotY1 = picture.Height, plotY2 = -1;
-    for (int y = 0; y < picture.Height; ++y)
-        for (int x = 0; x < picture.Width; ++x)
-            if (Near(picture.At(x, y), kPlotBack, 2))
-                plotX1 = std::min(plotX1, x), plotX2 = std::max(plotX2, x), plotY1 = std::min(plotY1, y),
-                plotY2 = std::max(plotY2, y);
+    int plotX1, plotY1, plotX2, plotY2;
+    PlotBounds(picture, plotX1, plotY1, plotX2, plotY2);
     ASSERT_GT(plotX2 - plotX1, 400);
     ASSERT_GT(plotY2 - plotY1, 200);
     const double widthPx = plotX2 - plotX1;
@@ -195,12 +200,8 @@ TEST(WaveformScreenshot, AMonoFileIsOneLaneAtItsOwnLevel)
     ASSERT_FALSE(audio.empty());
     Image picture;
     ASSERT_TRUE(TakeScreenshot(audio, "", "", "mono_level", picture));
-    int plotX1 = picture.Width, plotX2 = -1, plotY1 = picture.Height, plotY2 = -1;
-    for (int y = 0; y < picture.Height; ++y)
-        for (int x = 0; x < picture.Width; ++x)
-            if (Near(picture.At(x, y), kPlotBack, 2))
-                plotX1 = std::min(plotX1, x), plotX2 = std::max(plotX2, x), plotY1 = std::min(plotY1, y),
-                plotY2 = std::max(plotY2, y);
+    int plotX1, plotY1, plotX2, plotY2;
+    PlotBounds(picture, plotX1, plotY1, plotX2, plotY2);
     ASSERT_GT(plotY2 - plotY1, 200);
     const double height = plotY2 - plotY1;
     const auto xAt = [&](double TimeSec) { return plotX1 + static_cast<int>(TimeSec / 4.0 * (plotX2 - plotX1)); };
