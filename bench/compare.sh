@@ -24,7 +24,7 @@ mkdir -p "$cache"
 for tool in ffmpeg python3 /usr/bin/time; do
   command -v "$tool" >/dev/null || { echo "compare.sh: $tool is needed" >&2; exit 1; }
 done
-for target in bench/edit_bench bench/save_file bench/open_file; do
+for target in bench/edit_bench bench/save_file bench/decode_file; do
   [ -x "$build/$target" ] || { echo "compare.sh: build $build/$target first" >&2; exit 1; }
 done
 
@@ -66,11 +66,12 @@ timed() {
   cat "$log"; rm -f "$log"
 }
 
-# The open_file driver decodes exactly as the editor opens a file. (The batch
-# mode's --info also measures the loudness, which is not part of an open.)
-opener="bench/open_file FILE"
+# The program's open: its decoder (both cores, the halves sharing one buffer),
+# as a tab's document gets its frames. (`glwaveedit --info` also measures
+# loudness now, and the editor's own import, bench/open_file, is one thread.)
+opener="bench/decode_file FILE"
 timedOpen() {
-  timed "$build/bench/open_file" "$1"
+  timed "$build/bench/decode_file" "$1"
 }
 
 # What an open must pay beyond decoding on this machine: the first touch of
