@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -263,6 +264,12 @@ const std::vector<Command>& Commands()
         {"Play", "Go to end", "End", SDLK_END, false, false, HasPcm,
          [](Program& App) { RunPlay(App, [](GLWaveEdit& E) { E.SeekPlaybackTo(E.DurationSec); }); }},
         {"Play", "Loop", "L", SDLK_l, false, false, HasPcm, ToggleLoop},
+        {"Play", "Speed 0.5x", "", 0, false, false, nullptr, [](Program& App) { SetPlaybackSpeed(App, 0.5); }},
+        {"Play", "Speed 0.75x", "", 0, false, false, nullptr, [](Program& App) { SetPlaybackSpeed(App, 0.75); }},
+        {"Play", "Speed 1x", "", 0, false, false, nullptr, [](Program& App) { SetPlaybackSpeed(App, 1.0); }},
+        {"Play", "Speed 1.25x", "", 0, false, false, nullptr, [](Program& App) { SetPlaybackSpeed(App, 1.25); }},
+        {"Play", "Speed 1.5x", "", 0, false, false, nullptr, [](Program& App) { SetPlaybackSpeed(App, 1.5); }},
+        {"Play", "Speed 2x", "", 0, false, false, nullptr, [](Program& App) { SetPlaybackSpeed(App, 2.0); }},
         {"Play", "Step back", "Left", SDLK_LEFT, false, false, HasPcm,
          [](Program& App) { StepPlayPosition(App, -0.1); }},
         {"Play", "Step forward", "Right", SDLK_RIGHT, false, false, HasPcm,
@@ -293,6 +300,9 @@ bool IsChecked(const Program& App, const Command& C)
         return App.pEditor->bAmplitudeDb;
     if (label == "Loop")
         return App.Playback.bLoop;
+    double speed = 0.0;
+    if (std::sscanf(C.Label, "Speed %lfx", &speed) == 1)
+        return speed == App.Playback.Speed;
     return false;
 }
 

@@ -1,5 +1,7 @@
 #include "playback_options.h"
 
+#include <cstdio>
+
 #include "glwaveedit.h"
 #include "program.h"
 
@@ -37,6 +39,15 @@ void ToggleLoop(Program& App)
         editor.SeekPlaybackTo(start);
     App.Say(App.Playback.bLoop ? (editor.HasSelection() ? "Loop: the selection." : "Loop: the whole document.")
                                : "Loop off.");
+}
+
+void SetPlaybackSpeed(Program& App, double Speed)
+{
+    App.Playback.Speed = Speed;
+    App.pEditor->SetPlaybackSpeed(Speed);
+    char text[64];
+    std::snprintf(text, sizeof text, "Playback speed %gx%s", Speed, Speed == 1.0 ? "." : ", pitch kept.");
+    App.Say(text);
 }
 
 void ApplyPlaybackOptions(Program& App)

@@ -12,6 +12,7 @@
 // across a sleep or an SDL call. The playback thread lives from PlayPcm until
 // the end of the audio or Stop; it suspends the device while nothing sounds.
 #include "gldeck_audio_player.h"
+#include "playback_speed.h"
 
 #include <algorithm>
 #include <chrono>
@@ -81,6 +82,9 @@ struct GLDeckAudioPlayer::Impl
     bool bStopRequested = false;
     double LoopStartSec = 0.0;
     double LoopEndSec = 0.0;        // <= LoopStartSec: no loop
+    uint64_t SeekJumps = 0;         // counts the jumps, so a render can tell one happened
+    std::unique_ptr<PlaybackStretcher> pStretch;  // only while the speed is not 1
+    std::vector<float> SourceBlock = std::vector<float>(PlaybackStretcher::kMaxBlockFrames * kOutputChannels);
 
     std::atomic<double> PositionSec{0.0};
     std::thread PlaybackThread;
@@ -261,9 +265,20 @@ struct GLDeckAudioPlayer::Impl
 
     double DurationSec() const { return static_cast<double>(FrameCount) / SourceRate; }
 
+    // The position the listener is at: behind the source's by what the
+    // stretcher holds, and inside the loop when there is one.
     void PublishPosition()
     {
-        PositionSec.store(std::min(SourcePos, static_cast<double>(FrameCount)) / SourceRate,
+        double position = SourcePos;
+        if (pStretch)
+        {
+            position -= pStretch->HeldInputFrames() / Step;
+            const double loopStart = LoopStartSec * SourceRate;
+            const double loopEnd = std::min(LoopEndSec * SourceRate, static_cast<double>(FrameCount));
+            if (loopEnd > loopStart && position < loopStart && SourcePos >= loopStart)
+                position = std::max(loopStart, position + (loopEnd - loopStart));
+        }
+        PositionSec.store(std::clamp(position, 0.0, static_cast<double>(FrameCount)) / SourceRate,
                           std::memory_order_release);
     }
 
@@ -282,6 +297,7 @@ struct GLDeckAudioPlayer::Impl
             return;
         SourcePos = std::clamp(PendingSeekSec, 0.0, DurationSec()) * SourceRate;
         bSeekPending = false;
+        ++SeekJumps;
     }
 
     // At or past a loop's end the position goes on from its start.
@@ -295,12 +311,15 @@ struct GLDeckAudioPlayer::Impl
             SourcePos = start + std::fmod(SourcePos - end, end - start);
     }
 
-    // Fills OutFrames stereo frames at 48000 Hz, silence where nothing sounds.
-    // A pause or seek first ramps the level to 0; after a pause the position
-    // holds, after a seek it jumps and the level ramps up again. Lock held.
-    void RenderLocked(float* pOut, int OutFrames)
+    // Renders up to OutFrames stereo frames of the source at 48000 Hz at its
+    // own pace. A pause or seek first ramps the level to 0; after a pause the
+    // position holds, after a seek it jumps and the level ramps up again.
+    // Returns the frames made: fewer when paused or at the end (bOutEnded).
+    // Lock held.
+    int RenderSourceLocked(float* pOut, int OutFrames, bool& bOutEnded)
     {
         TakeSeekRequestLocked();
+        bOutEnded = false;
         int done = 0;
         for (; done < OutFrames; ++done)
         {
@@ -311,7 +330,7 @@ struct GLDeckAudioPlayer::Impl
                 break;
             if (SourcePos >= static_cast<double>(FrameCount))
             {
-                Owner.Playing.store(false, std::memory_order_release);
+                bOutEnded = true;
                 break;
             }
             RampPos = bFadeOut ? RampPos - 1 : std::min(RampPos + 1, kRampFrames);
@@ -323,10 +342,59 @@ struct GLDeckAudioPlayer::Impl
             SourcePos += Step;
         }
         WrapLoopLocked();  // the position shown never passes the loop's end
+        return done;
+    }
+
+    // Fills OutFrames stereo frames at 48000 Hz, silence where nothing sounds,
+    // through the stretcher when the speed is not 1. Lock held.
+    void RenderLocked(float* pOut, int OutFrames)
+    {
+        int done = 0;
+        bool bEnded = false;
+        if (pStretch)
+            done = RenderStretchedLocked(pOut, OutFrames, bEnded);
+        else
+            done = RenderSourceLocked(pOut, OutFrames, bEnded);
+        if (bEnded)
+            Owner.Playing.store(false, std::memory_order_release);
         std::fill(pOut + done * 2, pOut + OutFrames * 2, 0.0f);
         PublishPosition();
     }
 
+    // The source at its own pace into the stretcher, and what it has ready
+    // out of it, until OutFrames are out or the source holds (a pause) or
+    // the stretcher has given out its last frame after the end (bOutEnded).
+    int RenderStretchedLocked(float* pOut, int OutFrames, bool& bOutEnded)
+    {
+        bOutEnded = false;
+        int done = 0;
+        while (done < OutFrames)
+        {
+            const int ready = pStretch->Available();
+            if (ready > 0)
+            {
+                done += pStretch->Take(pOut + done * 2, OutFrames - done);
+                continue;
+            }
+            if (ready < 0)
+            {
+                bOutEnded = true;
+                break;
+            }
+            const int wanted = std::clamp(pStretch->FramesWanted(), 1, PlaybackStretcher::kMaxBlockFrames);
+            bool bSourceEnded = false;
+            const uint64_t jumpsBefore = SeekJumps;
+            const int made = RenderSourceLocked(SourceBlock.data(), wanted, bSourceEnded);
+            // After a jump what the stretcher holds is of the old place, and
+            // faded out: it goes, so the new place is heard at once.
+            if (SeekJumps != jumpsBefore)
+                pStretch->Reset();
+            pStretch->Feed(SourceBlock.data(), made, bSourceEnded);
+            if (made < wanted && !bSourceEnded)
+                break;  // holding for a pause
+        }
+        return done;
+    }
     // Paused and faded out: nothing to render until resumed. Lock held.
     bool IsHeldLocked() const
     {
@@ -457,6 +525,8 @@ bool GLDeckAudioPlayer::PlayPcm(std::vector<float> Frames, int SampleRate, int C
         const double startSec = std::isfinite(StartSec) ? std::clamp(StartSec, 0.0, state.DurationSec()) : 0.0;
         state.SourcePos = startSec * SampleRate;
         state.RampPos = 0;  // every start fades in
+        if (state.pStretch)
+            state.pStretch->Reset();
         state.bSeekPending = false;
         state.bStopRequested = false;
         state.PublishPosition();
@@ -514,6 +584,36 @@ void GLDeckAudioPlayer::SetLoop(double StartSec, double EndSec)
     std::lock_guard<std::mutex> guard(pImpl->Lock);
     pImpl->LoopStartSec = std::isfinite(StartSec) ? std::max(StartSec, 0.0) : 0.0;
     pImpl->LoopEndSec = std::isfinite(EndSec) ? EndSec : 0.0;
+}
+
+void GLDeckAudioPlayer::SetSpeed(double Speed)
+{
+    if (!std::isfinite(Speed))
+        return;
+    Speed = std::clamp(Speed, PlaybackStretcher::kMinSpeed, PlaybackStretcher::kMaxSpeed);
+    // Made outside the lock: the stretcher allocates its buffers up front.
+    std::unique_ptr<PlaybackStretcher> made;
+    if (Speed != 1.0)
+    {
+        std::lock_guard<std::mutex> guard(pImpl->Lock);
+        if (pImpl->pStretch)
+        {
+            pImpl->pStretch->SetSpeed(Speed);
+            return;
+        }
+    }
+    if (Speed != 1.0)
+        made = std::make_unique<PlaybackStretcher>(Speed);
+    std::lock_guard<std::mutex> guard(pImpl->Lock);
+    // At 1 the source plays as it is, with nothing held between.
+    pImpl->pStretch.swap(made);
+    pImpl->PublishPosition();
+}
+
+double GLDeckAudioPlayer::Speed() const
+{
+    std::lock_guard<std::mutex> guard(pImpl->Lock);
+    return pImpl->pStretch ? pImpl->pStretch->Speed() : 1.0;
 }
 
 double GLDeckAudioPlayer::CurrentSeconds() const { return pImpl->PositionSec.load(std::memory_order_acquire); }

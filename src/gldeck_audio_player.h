@@ -7,6 +7,7 @@
 // (the tests set it; read at the first PlayPcm). Other rates and channel counts
 // are converted: linear resampling, mono to both sides, more than two down-mixed.
 // Pause, resume and seek ramp the level over 5 ms so that they do not click.
+// Another speed goes through a pitch-keeping stretcher (playback_speed.h).
 #pragma once
 
 #include <atomic>
@@ -41,6 +42,10 @@ public:
     // within the same output block, sample for sample, so the wrap adds no
     // gap. EndSec <= StartSec turns looping off. Kept across PlayPcm.
     void SetLoop(double StartSec, double EndSec);
+    // Plays faster (up to 2) or slower (down to 0.5) with the pitch kept;
+    // positions stay in the frames' time. Kept across PlayPcm.
+    void SetSpeed(double Speed);
+    double Speed() const;
     // Position in seconds from the start of the played frames; any thread.
     double CurrentSeconds() const;
 

@@ -476,6 +476,11 @@ public:
     // a gap, until the loop is turned off with EndSec <= StartSec; kept for
     // every later play until then.
     void SetPlaybackLoop(double StartSec, double EndSec);
+    // --- Extensions: playback speed (glwaveedit_speed.cpp) ---
+    // 1 by default. 0.5 to 2, the pitch kept; kept for every later play.
+    // Positions, the playhead and every signal stay in document time.
+    void SetPlaybackSpeed(double Speed);
+    double PlaybackSpeed() const;
     // --- Extensions: effects (glwaveedit_effects.cpp) ---
     // Processing edits, each one edit like a gain: undoable, announced with
     // an action text of its own ("fade in"), ended in the edits' fixed order.

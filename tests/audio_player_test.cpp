@@ -1,14 +1,17 @@
 // The audio player on its silent output, which keeps time like a device: start,
-// position, pause, seek, replacement, end, stop, destruction and refusals.
+// position, pause, seek, replacement, end, stop, destruction, refusals, loop
+// and speed.
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <functional>
 #include <memory>
 #include <thread>
 
 #include "gldeck_audio_player.h"
+#include "playback_speed.h"
 #include "test_support.h"
 
 namespace {
@@ -223,4 +226,57 @@ TEST(AudioPlayer, ALoopWrapsFromItsEndToItsStartRepeatedlyWithoutLosingTime)
     // Off again: it plays on past the old end.
     player->SetLoop(0.0, 0.0);
     EXPECT_TRUE(WaitFor([&] { return player->CurrentSeconds() > 0.85; }));
+}
+
+// Another speed: the position runs that much faster than the wall clock and
+// stays in the frames' time; the stretcher keeps a tone's pitch while it
+// shortens or lengthens it (zero crossings counted, both channels alike).
+TEST(AudioPlayer, AnotherSpeedKeepsPitchAndDocumentTime)
+{
+    for (const double speed : {2.0, 0.5})
+    {
+        PlaybackStretcher stretcher(speed);
+        const int inputFrames = 48000;
+        std::vector<float> tone(2 * inputFrames);
+        for (int i = 0; i < inputFrames; ++i)
+            tone[2 * i] = tone[2 * i + 1] = 0.5f * static_cast<float>(std::sin(2 * M_PI * 1000.0 * i / 48000.0));
+        std::vector<float> out, block(2 * PlaybackStretcher::kMaxBlockFrames);
+        int fed = 0;
+        while (stretcher.Available() >= 0)
+        {
+            if (stretcher.Available() > 0)
+            {
+                const int taken = stretcher.Take(block.data(), PlaybackStretcher::kMaxBlockFrames);
+                out.insert(out.end(), block.begin(), block.begin() + 2 * taken);
+                continue;
+            }
+            const int n = std::min(std::max(stretcher.FramesWanted(), 1), inputFrames - fed);
+            stretcher.Feed(tone.data() + 2 * fed, n, fed + n == inputFrames);
+            fed += n;
+        }
+        const size_t frames = out.size() / 2;
+        EXPECT_NEAR(static_cast<double>(frames), inputFrames / speed, inputFrames / speed * 0.1) << speed;
+        // The middle half, away from the start's delay and the end's tail.
+        int crossings = 0;
+        for (size_t i = frames / 4 + 1; i < frames * 3 / 4; ++i)
+        {
+            crossings += (out[2 * i - 2] < 0) != (out[2 * i] < 0);
+            ASSERT_EQ(out[2 * i], out[2 * i + 1]);
+        }
+        const double hz = crossings / 2.0 / (static_cast<double>(frames / 2) / 48000.0);
+        EXPECT_NEAR(hz, 1000.0, 20.0) << speed;
+    }
+
+    auto player = SilentPlayer();
+    player->SetSpeed(2.0);
+    EXPECT_EQ(player->Speed(), 2.0);
+    ASSERT_TRUE(player->PlayPcm(Silence(10.0, 48000, 2), 48000, 2, 1.0, nullptr));
+    const auto started = Clock::now();
+    std::this_thread::sleep_for(milliseconds(600));
+    const double advanced = player->CurrentSeconds() - 1.0;
+    const double wall = SecondsSince(started);
+    EXPECT_GT(advanced, 2.0 * wall * 0.75 - 0.1);  // at 1 it would be about wall
+    EXPECT_LE(advanced, 2.0 * wall + 2 * kBlockSec);
+    player->SetSpeed(1.0);
+    EXPECT_EQ(player->Speed(), 1.0);
 }
