@@ -254,6 +254,12 @@ const std::vector<Command>& Commands()
          [](Program& App) { App.pEditor->AmplitudeZoom = std::max(App.pEditor->AmplitudeZoom / 2.0, 1.0); }},
         {"View", "Full-scale amplitude", "", 0, false, false, nullptr,
          [](Program& App) { App.pEditor->AmplitudeZoom = 1.0; }},
+        {"View", "Time as h:mm:ss.mmm", "", 0, false, false, nullptr,
+         [](Program& App) { App.Settings.Time = TimeFormat::Clock; }},
+        {"View", "Time as seconds", "", 0, false, false, nullptr,
+         [](Program& App) { App.Settings.Time = TimeFormat::Seconds; }},
+        {"View", "Time as samples", "", 0, false, false, nullptr,
+         [](Program& App) { App.Settings.Time = TimeFormat::Samples; }},
         {"Play", "Play / pause", "Space", SDLK_SPACE, false, false, HasPcm,
          [](Program& App) { RunPlay(App, [](GLWaveEdit& E) { E.TogglePlayback(); }); }},
         {"Play", "Play selection", "Shift+Space", SDLK_SPACE, false, true, HasPcm,
@@ -300,6 +306,10 @@ bool IsChecked(const Program& App, const Command& C)
         return App.pEditor->bAmplitudeDb;
     if (label == "Loop")
         return App.Playback.bLoop;
+    if (label.rfind("Time as ", 0) == 0)
+        return label == (App.Settings.Time == TimeFormat::Clock     ? "Time as h:mm:ss.mmm"
+                         : App.Settings.Time == TimeFormat::Seconds ? "Time as seconds"
+                                                                    : "Time as samples");
     double speed = 0.0;
     if (std::sscanf(C.Label, "Speed %lfx", &speed) == 1)
         return speed == App.Playback.Speed;

@@ -31,6 +31,7 @@
 #include "program.h"
 #include "screenshot.h"
 #include "sdl_compat.h"
+#include "time_entry.h"
 
 namespace
 {
@@ -247,6 +248,7 @@ void ConnectEditor(Program& App, GLWaveEdit& Editor, PointerInput& Pointer)
         const DocumentInfo* info = App.Docs.Find(App.pEditor->DocumentIdAt(Index));
         return info && info->Source.bKnown && info->Source.Channels == 1 ? 1.0 / ImportMonoSpreadGain() : 0.0;
     };
+    ConnectTimeFormat(App);
     Editor.bChannelLanes = App.Settings.bChannelLanes;
     Editor.bAmplitudeDb = App.Settings.bAmplitudeDb;
     const char* lines = std::getenv("GLWE_WAVEFORM_LINES");  // "1": columns as lines, for a GLSL that misbehaves

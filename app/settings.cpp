@@ -47,6 +47,10 @@ void ReadSettings(const nlohmann::json& Root, AppSettings& Out)
     {
         ReadIfPresent(*view, "channel_lanes", read.bChannelLanes);
         ReadIfPresent(*view, "amplitude_db", read.bAmplitudeDb);
+        std::string time = TimeFormatName(read.Time);
+        ReadIfPresent(*view, "time_format", time);
+        if (!TimeFormatFromName(time, read.Time))
+            throw std::runtime_error("unknown time format");
     }
     if (const auto saving = Root.find("saving"); saving != Root.end())
         ReadIfPresent(*saving, "lossy_bitrate_kbps", read.LossyBitrateKbps);
@@ -105,7 +109,9 @@ bool SaveSettings(const std::string& Path, const AppSettings& In, std::string& O
 {
     nlohmann::json root;
     root["program"] = "glwaveedit";
-    root["view"] = {{"channel_lanes", In.bChannelLanes}, {"amplitude_db", In.bAmplitudeDb}};
+    root["view"] = {{"channel_lanes", In.bChannelLanes},
+                    {"amplitude_db", In.bAmplitudeDb},
+                    {"time_format", TimeFormatName(In.Time)}};
     root["saving"] = {{"lossy_bitrate_kbps", In.LossyBitrateKbps}};
     root["history_cap_bytes"] = In.HistoryCapBytes;
     root["window"] = {{"width", In.WindowWidth}, {"height", In.WindowHeight}, {"maximized", In.bMaximized}};

@@ -10,11 +10,14 @@
 
 #include <nlohmann/json.hpp>
 
+#include "time_format.h"
+
 struct AppSettings
 {
     // View
     bool bChannelLanes = true;  // one lane per channel; false: the mix as one trace
     bool bAmplitudeDb = false;  // amplitude scale in dB rather than linear
+    TimeFormat Time = TimeFormat::Clock;
     // Saving
     int LossyBitrateKbps = 192;
     // Edit history cap, all documents together

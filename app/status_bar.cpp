@@ -1,7 +1,7 @@
 // The status bar under the editor: the last message (an error in red, kept
 // until the next action), the progress of background work with how to cancel
 // it, the active document's format as opened, the selection, and the play
-// state.
+// state, whose times a click lets the user type (time_entry.cpp).
 
 #include <imgui.h>
 
@@ -9,6 +9,7 @@
 
 #include "glwaveedit.h"
 #include "program.h"
+#include "time_entry.h"
 
 namespace
 {
@@ -38,23 +39,6 @@ std::string ProgressText(const Program& App)
     return text;
 }
 
-std::string SelectionText(const GLWaveEdit& Editor)
-{
-    if (!Editor.HasSelection())
-        return "no selection";
-    const double start = Editor.SelectionStartSec();
-    const double end = Editor.SelectionEndSec();
-    return "selection " + DurationText(start) + " - " + DurationText(end) + " (" + DurationText(end - start) + ")";
-}
-
-// Fixed width, so that the bar does not jitter while it plays.
-std::string PlayText(const GLWaveEdit& Editor)
-{
-    const std::string position = Editor.PlayPositionText();
-    if (!Editor.IsPlaybackActive())
-        return "stopped " + position;
-    return (Editor.IsPlaybackPaused() ? "paused " : "playing ") + position;
-}
 }  // namespace
 
 void DrawStatusBar(Program& App)
@@ -89,13 +73,17 @@ void DrawStatusBar(Program& App)
         else
             ImGui::TextUnformatted(App.Status.Text.c_str());
 
-        // The right-hand side: format | selection | play state.
+        // The right-hand side: format | selection | play state, the times typed in on a click.
         const DocumentInfo* info = App.Docs.Find(editor.DocumentIdAt(editor.ActiveDocument()));
-        std::string right = info && !info->FormatSummary.empty() ? info->FormatSummary + "   |   " : "";
-        right += SelectionText(editor) + "   |   " + PlayText(editor);
-        const float width = ImGui::CalcTextSize(right.c_str()).x;
+        const std::string format = info && !info->FormatSummary.empty() ? info->FormatSummary + "   |   " : "";
+        const float width = ImGui::CalcTextSize(format.c_str()).x + TypedTimesWidth(App);
         ImGui::SameLine(std::max(ImGui::GetCursorPosX() + 24.0f, ImGui::GetWindowWidth() - width - 10.0f));
-        ImGui::TextColored(kDimColour, "%s", right.c_str());
+        if (!format.empty())
+        {
+            ImGui::TextColored(kDimColour, "%s", format.c_str());
+            ImGui::SameLine(0.0f, 0.0f);
+        }
+        DrawTypedTimes(App);
     }
     App.StatusBarPx = height;
     ImGui::End();

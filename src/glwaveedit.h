@@ -191,6 +191,11 @@ public:
     // at the source's level: its waveform, scale, readout and clip marks in
     // the file's terms. The frames and every query stay the document's.
     std::function<double(int)> MonoSourceLevelProvider;
+    // Extension (glwaveedit_render.cpp), empty by default: the text of a time
+    // on the axis, in the hover readout and in the play position, telling
+    // apart times StepSec apart (a host's choice of seconds or samples).
+    // Empty, or an empty answer: the render side's own clock text.
+    std::function<std::string(double TimeSec, double StepSec)> TimeTextProvider;
     // Extension (glwaveedit_tabs.cpp), empty by default: the label of the tab
     // at the index, in place of its source's file name (the program: the file
     // a document now saves to). Empty, or an empty answer: the file name.

@@ -129,6 +129,12 @@ static int FieldsForMagnitude(double MaxSec)
 // fields and decimals, rounded to them, so 2:59.9996 at milliseconds is 3:00.000.
 std::string GLWaveEdit::FormatAxisTime(double TimeSec, double StepSec) const
 {
+    if (TimeTextProvider)
+    {
+        std::string text = TimeTextProvider(TimeSec, StepSec);
+        if (!text.empty())
+            return text;
+    }
     const double largestSec = std::max(std::fabs(ViewStartSec), std::fabs(ViewEndSec));
     return ClockText(TimeSec, DecimalsForStep(StepSec), FieldsForMagnitude(largestSec), 1, false);
 }
@@ -142,6 +148,13 @@ std::string GLWaveEdit::PlayPositionText() const
     const long long lead = fields == 3 ? wholeSec / 3600 : wholeSec / 60;
     const int leadWidth = lead >= 10 ? static_cast<int>(std::to_string(lead).size()) : 1;
     const double position = std::clamp(DisplayedTimeSec(), 0.0, duration);
+    if (TimeTextProvider)
+    {
+        const std::string positionText = TimeTextProvider(position, 0.001);
+        const std::string durationText = TimeTextProvider(duration, 0.001);
+        if (!positionText.empty() && !durationText.empty())
+            return positionText + " / " + durationText;
+    }
     return ClockText(position, 3, fields, leadWidth, false) + " / " + ClockText(duration, 3, fields, leadWidth, false);
 }
 

@@ -18,6 +18,7 @@
 #include "session.h"
 #include "settings.h"
 #include "test_support.h"
+#include "time_format.h"
 
 namespace fs = std::filesystem;
 
@@ -80,6 +81,7 @@ TEST(PersistedSettings, SurviveARoundTripAndADamagedFileIsSetAsideWithAMessage)
     written.bChannelLanes = false;
     written.LossyBitrateKbps = 256;
     written.WindowWidth = 900;
+    written.Time = TimeFormat::Samples;
     written.EditorStateType = "wave_edit";
     written.EditorState = {{"view_start_sec", 1.5}};
     for (int i = 0; i < 12; ++i)
@@ -98,6 +100,7 @@ TEST(PersistedSettings, SurviveARoundTripAndADamagedFileIsSetAsideWithAMessage)
     EXPECT_FALSE(read.bChannelLanes);
     EXPECT_EQ(read.LossyBitrateKbps, 256);
     EXPECT_EQ(read.WindowWidth, 900);
+    EXPECT_EQ(read.Time, TimeFormat::Samples);
     EXPECT_EQ(read.RecentFiles, written.RecentFiles);
     EXPECT_EQ(read.EditorState["view_start_sec"], 1.5);
 
@@ -109,7 +112,8 @@ TEST(PersistedSettings, SurviveARoundTripAndADamagedFileIsSetAsideWithAMessage)
     // Broken JSON, a foreign file and wrong types are each set aside.
     for (const char* content :
          {"{\"program\": \"glwaveedit\", \"window\": {", "{\"name\": \"something else\"}",
-          "{\"program\": \"glwaveedit\", \"window\": {\"width\": \"wide\"}}", "[1, 2, 3]", ""})
+          "{\"program\": \"glwaveedit\", \"window\": {\"width\": \"wide\"}}",
+          "{\"program\": \"glwaveedit\", \"view\": {\"time_format\": \"fortnights\"}}", "[1, 2, 3]", ""})
     {
         std::ofstream(path, std::ios::trunc) << content;
         message.clear();
@@ -125,6 +129,48 @@ TEST(PersistedSettings, SurviveARoundTripAndADamagedFileIsSetAsideWithAMessage)
     EXPECT_EQ(read.WindowWidth, 320);
     EXPECT_EQ(read.WindowHeight, 16384);
     EXPECT_EQ(read.LossyBitrateKbps, 32);
+}
+
+// Typed times: every way a user writes one, in each format, and what is
+// refused with a reason; what is shown reads back as the same time.
+TEST(TypedTimes, ReadClockSecondsAndSamplesAndRefuseTheRest)
+{
+    const struct
+    {
+        const char* Text;
+        TimeFormat Format;
+        double Seconds;
+    } good[] = {
+        {"1:02:03.5", TimeFormat::Clock, 3723.5},   {"2:03.25", TimeFormat::Clock, 123.25},
+        {" 12.5 ", TimeFormat::Clock, 12.5},        {"12.5 s", TimeFormat::Seconds, 12.5},
+        {"88200 smp", TimeFormat::Clock, 2.0},      {"88200", TimeFormat::Samples, 2.0},
+        {"88200", TimeFormat::Seconds, 88200.0},    {"0.75", TimeFormat::Samples, 0.75},
+    };
+    for (const auto& c : good)
+    {
+        double seconds = -1.0;
+        std::string error;
+        EXPECT_TRUE(ParseTime(c.Text, c.Format, 44100, seconds, error)) << c.Text << ": " << error;
+        EXPECT_DOUBLE_EQ(seconds, c.Seconds) << c.Text;
+    }
+    for (const char* bad : {"", "-3", "1:75", "1:2:3:4", "1.5:30", "abc", "12 smp x", "1.5 smp"})
+    {
+        double seconds = 0.0;
+        std::string error;
+        EXPECT_FALSE(ParseTime(bad, TimeFormat::Clock, 44100, seconds, error)) << bad;
+        EXPECT_FALSE(error.empty()) << bad;
+    }
+    for (const TimeFormat format : {TimeFormat::Clock, TimeFormat::Seconds, TimeFormat::Samples})
+        for (const double seconds : {0.0, 2.5, 61.25, 3725.125})
+        {
+            double read = -1.0;
+            std::string error;
+            ASSERT_TRUE(ParseTime(TimeText(seconds, format, 48000), format, 48000, read, error)) << error;
+            EXPECT_NEAR(read, seconds, 1e-9) << TimeText(seconds, format, 48000);
+        }
+    EXPECT_EQ(AxisTimeText(2.0, 0.5, TimeFormat::Samples, 44100), "88200");
+    EXPECT_EQ(AxisTimeText(2.25, 0.25, TimeFormat::Seconds, 44100), "2.25");
+    EXPECT_EQ(AxisTimeText(2.25, 0.25, TimeFormat::Clock, 44100), "");  // the editor's own
 }
 
 TEST(ModifiedMarks, FollowTheHistoryPositionAndUndoBackToTheSavedStateClearsThem)
