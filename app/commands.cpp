@@ -254,6 +254,7 @@ const std::vector<Command>& Commands()
          [](Program& App) { App.pEditor->AmplitudeZoom = std::max(App.pEditor->AmplitudeZoom / 2.0, 1.0); }},
         {"View", "Full-scale amplitude", "", 0, false, false, nullptr,
          [](Program& App) { App.pEditor->AmplitudeZoom = 1.0; }},
+        {"View", "Overview", "", 0, false, false, nullptr, ToggleOverview},
         {"View", "Time as h:mm:ss.mmm", "", 0, false, false, nullptr,
          [](Program& App) { App.Settings.Time = TimeFormat::Clock; }},
         {"View", "Time as seconds", "", 0, false, false, nullptr,
@@ -306,6 +307,8 @@ bool IsChecked(const Program& App, const Command& C)
         return App.pEditor->bAmplitudeDb;
     if (label == "Loop")
         return App.Playback.bLoop;
+    if (label == "Overview")
+        return App.Overview.bShown;
     if (label.rfind("Time as ", 0) == 0)
         return label == (App.Settings.Time == TimeFormat::Clock     ? "Time as h:mm:ss.mmm"
                          : App.Settings.Time == TimeFormat::Seconds ? "Time as seconds"

@@ -55,7 +55,7 @@ void FitToWindow(Program& App)
     int pointsH = 1;
     SDL_GetWindowSize(App.pWindow, &pointsW, &pointsH);
     const double scale = static_cast<double>(screen.Height) / std::max(pointsH, 1);
-    const double top = (App.MenuBarPx * scale + kWindowMarginPx) * 2.0 / screen.Height;
+    const double top = ((App.MenuBarPx + App.Overview.HeightPx) * scale + kWindowMarginPx) * 2.0 / screen.Height;
     const double bottom = (App.StatusBarPx * scale + kWindowMarginPx) * 2.0 / screen.Height;
     const double side = kWindowMarginPx * 2.0 / screen.Width;
     GLWaveEdit& editor = *App.pEditor;
@@ -183,6 +183,7 @@ void RunFrame(Program& App, PointerInput& Pointer, Cursors& Shapes, std::string&
     ImGui_ImplSDL2_NewFrame();
     ImGui::NewFrame();
     DrawMenuBar(App);
+    DrawOverview(App);
     DrawStatusBar(App);
     App.Prompts.Draw();
     FitToWindow(App);

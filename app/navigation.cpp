@@ -20,23 +20,6 @@ double Span(const GLWaveEdit& Editor)
     return std::max(Editor.ViewEndSec - Editor.ViewStartSec, 0.0);
 }
 
-// A view of Span seconds starting at Start, kept inside the document and no
-// narrower than the editor zooms, as the editor itself keeps its view.
-void SetView(GLWaveEdit& Editor, double Start, double SpanSec)
-{
-    const double duration = std::max(Editor.DurationSec, 0.0);
-    const double minSpan = std::max(Editor.MinViewSpanSec, 0.01);
-    if (minSpan >= duration)
-    {
-        Editor.ViewStartSec = 0.0;
-        Editor.ViewEndSec = std::max(duration, minSpan);
-        return;
-    }
-    const double span = std::clamp(SpanSec, minSpan, duration);
-    Editor.ViewStartSec = std::clamp(Start, 0.0, duration - span);
-    Editor.ViewEndSec = Editor.ViewStartSec + span;
-}
-
 void RememberView(Program& App)
 {
     GLWaveEdit& editor = *App.pEditor;
@@ -80,6 +63,23 @@ void Reveal(GLWaveEdit& Editor, double TimeSec)
         SetView(Editor, TimeSec - span, span);
 }
 }  // namespace
+
+// A view of Span seconds starting at Start, kept inside the document and no
+// narrower than the editor zooms, as the editor itself keeps its view.
+void SetView(GLWaveEdit& Editor, double Start, double SpanSec)
+{
+    const double duration = std::max(Editor.DurationSec, 0.0);
+    const double minSpan = std::max(Editor.MinViewSpanSec, 0.01);
+    if (minSpan >= duration)
+    {
+        Editor.ViewStartSec = 0.0;
+        Editor.ViewEndSec = std::max(duration, minSpan);
+        return;
+    }
+    const double span = std::clamp(SpanSec, minSpan, duration);
+    Editor.ViewStartSec = std::clamp(Start, 0.0, duration - span);
+    Editor.ViewEndSec = Editor.ViewStartSec + span;
+}
 
 void ZoomIn(Program& App)
 {

@@ -27,6 +27,11 @@ struct Navigation
     double MovingSec = 0.0;
 };
 
+class GLWaveEdit;
+
+// A view of SpanSec seconds from Start, kept inside the document and no
+// narrower than the editor zooms.
+void SetView(GLWaveEdit& Editor, double Start, double SpanSec);
 void ZoomIn(Program& App);
 void ZoomOut(Program& App);
 void ZoomToSelection(Program& App);

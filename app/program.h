@@ -18,6 +18,7 @@
 #include "jobs.h"
 #include "long_edits.h"
 #include "navigation.h"
+#include "overview.h"
 #include "playback_options.h"
 #include "recovery.h"
 #include "session.h"
@@ -58,7 +59,8 @@ struct Program
     } LastEdit;
     Journal Recovery;
     Navigation Nav;  // zoom back and the keys' selection (navigation.cpp)
-    PlaybackOptions Playback;  // loop (playback_options.cpp)
+    PlaybackOptions Playback;  // loop and speed (playback_options.cpp)
+    OverviewStrip Overview;    // the whole document above the editor (overview.cpp)
     // Journals waiting for their base file to open, by the base's path.
     struct PendingRestore
     {

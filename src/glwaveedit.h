@@ -481,6 +481,14 @@ public:
     // a gap, until the loop is turned off with EndSec <= StartSec; kept for
     // every later play until then.
     void SetPlaybackLoop(double StartSec, double EndSec);
+    // --- Extensions: overview (glwaveedit_overview.cpp) ---
+    // The active document's mix as Columns min/max pairs over its whole
+    // length, from the waveform summary the render side keeps current with
+    // every edit. False, and OutMinMax empty, without decoded frames.
+    bool OverviewColumns(int Columns, std::vector<float>& OutMinMax);
+    // The plot's left and right edges in clip space, as the last pass laid
+    // them out, for a host that draws above the same times.
+    void PlotSpanX(double& OutX1, double& OutX2) const;
     // --- Extensions: playback speed (glwaveedit_speed.cpp) ---
     // 1 by default. 0.5 to 2, the pitch kept; kept for every later play.
     // Positions, the playhead and every signal stay in document time.

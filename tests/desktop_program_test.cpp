@@ -352,8 +352,8 @@ TEST_F(DesktopProgram, EditsComeBackAfterAKillHoweverTheProgramIsStartedAgain)
     }
 }
 
-// The keys that move around, checked by the view and selection the program
-// keeps at exit; and the amplitude scale beside the audio: the columns right
+// The keys that move around and a click on the overview, checked by the view
+// and selection the program keeps at exit; and the amplitude scale beside the audio: the columns right
 // of the plot's left edge are waveform, the gutter left of it is not.
 TEST_F(DesktopProgram, KeysZoomStepAndSelectAndTheScaleHidesNoAudio)
 {
@@ -390,6 +390,13 @@ TEST_F(DesktopProgram, KeysZoomStepAndSelectAndTheScaleHidesNoAudio)
     run.Key("ctrl+2");       // back to 0..5
     run.Key("Next");         // a page on: 5..10
     SleepSeconds(0.5);
+    // A click on the overview strip (under the menu bar, over the plot's
+    // times) at 15 s centres the 5 s view there.
+    const int stripX = 8 + 64 + (g.Width - 16 - 64) * 3 / 4;
+    run.Xdotool("mousemove --window " + run.WindowId + " " + std::to_string(stripX) + " 37");
+    SleepSeconds(0.2);
+    run.Xdotool("click 1");
+    SleepSeconds(0.5);
     run.Key("ctrl+q");
     ASSERT_EQ(run.WaitForExit(20.0), 0);
 
@@ -397,8 +404,8 @@ TEST_F(DesktopProgram, KeysZoomStepAndSelectAndTheScaleHidesNoAudio)
     const nlohmann::json state = nlohmann::json::parse(in, nullptr, false);
     ASSERT_FALSE(state.is_discarded());
     const nlohmann::json& editor = state["editor"]["state"];
-    EXPECT_NEAR(editor.value("view_start_sec", -1.0), 5.0, 1e-6);
-    EXPECT_NEAR(editor.value("view_end_sec", -1.0), 10.0, 1e-6);
+    EXPECT_NEAR(editor.value("view_start_sec", -1.0), 12.5, 0.1);
+    EXPECT_NEAR(editor.value("view_end_sec", -1.0) - editor.value("view_start_sec", -1.0), 5.0, 1e-6);
     EXPECT_NEAR(editor.value("selection_start_sec", -1.0), 1.5, 1e-6);
     EXPECT_NEAR(editor.value("selection_end_sec", -1.0), 2.0, 1e-6);
 }
