@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "audio_decode.h"
+#include "document_format.h"
 #include "glwaveedit.h"
 #include "save_format.h"
 
@@ -62,8 +63,8 @@ struct SaveRequest
     uint64_t StateId = 0;  // the document's history position the snapshot shows
     std::string Path;
     const std::vector<float>* pFrames = nullptr;  // unchanged until IsSnapshotting() is false
-    int SampleRate = 48000;
-    int Channels = 2;
+    int SampleRate = kDocumentRateHz;
+    int Channels = kDocumentChannels;
     int BitrateKbps = 192;
     std::map<std::string, std::string> Tags;
     // Written in this format, converted from the frames on the way; without

@@ -264,7 +264,7 @@ void OpenStartupDocuments(Program& App, const Options& Opts)
 {
     GLWaveEdit& editor = *App.pEditor;
     if (Opts.Files.empty())
-        editor.AdoptDecodedDocument("Demo chords", SynthesiseDemoChords(48000));
+        editor.AdoptDecodedDocument("Demo chords", SynthesiseDemoChords(kDocumentRateHz));
     // A screenshot shows the files opened; otherwise they open in the background.
     for (const std::string& path : Opts.Files)
     {

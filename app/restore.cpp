@@ -12,11 +12,9 @@
 
 namespace
 {
-constexpr double kRate = 48000.0;
-
 int64_t FrameAt(double Sec)
 {
-    return std::llround(Sec * kRate);
+    return std::llround(Sec * kDocumentRateHz);
 }
 
 // The file a document's journal builds on: what it was opened from or last
@@ -153,14 +151,15 @@ void JournalLastEdit(Program& App, size_t FramesBefore, double GainPercent)
     entry.EndFrame = FrameAt(edit.EndSec);
     entry.Percent = GainPercent;
     if (entry.Kind == "cut" || entry.Kind == "delete")
-        entry.EndFrame = std::min<int64_t>(entry.EndFrame, static_cast<int64_t>(FramesBefore / 2));
+        entry.EndFrame = std::min<int64_t>(entry.EndFrame, DocumentFrames(FramesBefore));
     if (entry.Kind == "paste")
     {
         // The span is what went in; what it replaced is the change in length short of that.
         const std::vector<float>& frames = editor.ActiveFrames();
         const int64_t inserted = entry.EndFrame - entry.StartFrame;
-        const int64_t grownBy = static_cast<int64_t>(frames.size() / 2) - static_cast<int64_t>(FramesBefore / 2);
-        LargeBuffer::AssignFloats(entry.Inserted, frames.data() + entry.StartFrame * 2, frames.data() + entry.EndFrame * 2);
+        const int64_t grownBy = DocumentFrames(frames.size()) - DocumentFrames(FramesBefore);
+        LargeBuffer::AssignFloats(entry.Inserted, frames.data() + entry.StartFrame * kDocumentChannels,
+                                  frames.data() + entry.EndFrame * kDocumentChannels);
         entry.EndFrame = entry.StartFrame + (inserted - grownBy);
     }
     else if (entry.Kind != "cut" && entry.Kind != "delete" && entry.Kind != "gain" && entry.Kind != "undo" &&

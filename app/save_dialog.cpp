@@ -161,7 +161,7 @@ void AskSaveFormat(Program& App, uint64_t Id, const std::string& Path, SaveForma
     choices->Path = Path;
     choices->Format = info.Save;
     choices->Source = info.Source;
-    choices->Frames = App.pEditor->ActiveFrames().size() / 2;
+    choices->Frames = DocumentFrames(App.pEditor->ActiveFrames().size());
     const std::string warning = ChannelWarning(info.Source);
     PanelPrompt panel;
     panel.Title = "Save format";

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "audio_decode.h"
+#include "document_format.h"
 
 int main(int ArgumentCount, char** Arguments)
 {
@@ -36,11 +37,10 @@ int main(int ArgumentCount, char** Arguments)
             status = 1;
             continue;
         }
-        // 48000 frames of 2 floats per second.
         std::printf("%s: %s, %.3f s of audio in %.3f s", Arguments[i], audio.CodecName.c_str(),
-                    static_cast<double>(audio.Frames.size() / 2) / 48000.0, elapsed.count());
+                    DocumentSeconds(DocumentFrames(audio.Frames.size())), elapsed.count());
         if (audio.SecondHalfFromFrame > 0)
-            std::printf(", halves joined at %.3f s", static_cast<double>(audio.SecondHalfFromFrame) / 48000.0);
+            std::printf(", halves joined at %.3f s", DocumentSeconds(static_cast<int64_t>(audio.SecondHalfFromFrame)));
         std::printf("\n");
     }
     return status;

@@ -30,10 +30,6 @@ extern "C" {
 #include "sample_kernels.h"
 #include "sdl_compat.h"
 
-// The format of all decoded audio in the editor.
-const int kWaveEditSampleRate = 48000;
-const int kWaveEditChannels = 2;
-
 // Brings V into 0.0..1.0; anything not finite counts as 0.0.
 static double Clamp01(double V)
 {
@@ -214,10 +210,10 @@ void GLWaveEdit::NewUntitledDocument()
     ++UntitledCounter;
     ExternalPeaks.clear();
     PcmFrames.clear();
-    PcmSampleRate = kWaveEditSampleRate;
-    PcmChannels = kWaveEditChannels;
-    ClipboardSampleRate = kWaveEditSampleRate;
-    ClipboardChannels = kWaveEditChannels;
+    PcmSampleRate = kDocumentRateHz;
+    PcmChannels = kDocumentChannels;
+    ClipboardSampleRate = kDocumentRateHz;
+    ClipboardChannels = kDocumentChannels;
     DurationSec = 0.0;
     CurrentTimeSec = 0.0;
     PreviewTimeSec = 0.0;
@@ -369,13 +365,13 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
     // data loggers at 500 Hz); a host that fears absurd headers refuses them
     // before they get here.
     AVChannelLayout outLayout;
-    av_channel_layout_default(&outLayout, kWaveEditChannels);
+    av_channel_layout_default(&outLayout, kDocumentChannels);
     AVChannelLayout inputLayout = {};
     if (res.CodecContext->ch_layout.nb_channels > 0)
         av_channel_layout_copy(&inputLayout, &res.CodecContext->ch_layout);
     else
-        av_channel_layout_default(&inputLayout, kWaveEditChannels);
-    const int rc = swr_alloc_set_opts2(&res.Swr, &outLayout, AV_SAMPLE_FMT_FLT, kWaveEditSampleRate, &inputLayout,
+        av_channel_layout_default(&inputLayout, kDocumentChannels);
+    const int rc = swr_alloc_set_opts2(&res.Swr, &outLayout, AV_SAMPLE_FMT_FLT, kDocumentRateHz, &inputLayout,
                                        res.CodecContext->sample_fmt, res.CodecContext->sample_rate, 0, nullptr);
     // The shape the resampler reads every frame in, fixed here.
     const int configuredChannels = inputLayout.nb_channels;
@@ -406,9 +402,9 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
             const int rate = std::max(res.CodecContext->sample_rate, 1);
             const int64_t delay = swr_get_delay(res.Swr, rate);
             const int dstSamples = std::max(
-                1, static_cast<int>(av_rescale_rnd(delay + res.Frame->nb_samples, kWaveEditSampleRate, rate,
+                1, static_cast<int>(av_rescale_rnd(delay + res.Frame->nb_samples, kDocumentRateHz, rate,
                                                    AV_ROUND_UP)));
-            convertBuffer.resize(static_cast<size_t>(dstSamples) * kWaveEditChannels);
+            convertBuffer.resize(static_cast<size_t>(dstSamples) * kDocumentChannels);
             uint8_t* outData[1] = {reinterpret_cast<uint8_t*>(convertBuffer.data())};
             // extended_data, not data: it has a plane for every channel.
             const int outSamples =
@@ -420,7 +416,7 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
                 av_frame_unref(res.Frame);
                 return false;
             }
-            const size_t floats = static_cast<size_t>(outSamples) * kWaveEditChannels;
+            const size_t floats = static_cast<size_t>(outSamples) * kDocumentChannels;
             // Where the header gave no duration the buffer still grows on
             // huge pages, doubling, rather than by the vector's own growth;
             // where that much cannot be had, the insert grows it as usual.
@@ -448,7 +444,7 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
         ok = receiveFrames();
     }
 
-    OutDurationSec = static_cast<double>(OutFrames.size() / kWaveEditChannels) / 48000.0;
+    OutDurationSec = DocumentSeconds(DocumentFrames(OutFrames.size()));
     if (!ok || OutFrames.empty())
     {
         if (ErrorMessage && ErrorMessage->empty())
@@ -478,8 +474,8 @@ void GLWaveEdit::SetExternalPeakWaveform(const std::string& Path, const std::vec
     if (decoded)
     {
         DurationSec = decodedDurationSec;
-        PcmSampleRate = kWaveEditSampleRate;
-        PcmChannels = kWaveEditChannels;
+        PcmSampleRate = kDocumentRateHz;
+        PcmChannels = kDocumentChannels;
         bUsePcmFrames = true;
     }
     else

@@ -48,6 +48,7 @@
 #include <nlohmann/json.hpp>
 
 #include "glchildwindow.h"
+#include "document_format.h"
 #include "glcolor.h"
 #include "signalslot.h"
 #include "wave_column_shader.h"
@@ -97,8 +98,8 @@ private:
         std::string SourceFilePath;        // path, or the name of an untitled document
         std::vector<float> ExternalPeaks;  // host's peaks, evenly over the document
         std::vector<float> PcmFrames;      // interleaved float frames
-        int PcmSampleRate = 48000;
-        int PcmChannels = 2;
+        int PcmSampleRate = kDocumentRateHz;
+        int PcmChannels = kDocumentChannels;
         double DurationSec = 0.0;
         double ViewStartSec = 0.0;
         double ViewEndSec = 1.0;
@@ -210,10 +211,10 @@ private:
     std::vector<float> PcmFrames;        // interleaved, PcmChannels per frame (mirror)
     std::vector<float> ClipboardFrames;  // one clipboard for all documents
     std::unique_ptr<GLDeckAudioPlayer> AudioPlayer;  // made on the first play
-    int PcmSampleRate = 48000;                       // (mirror)
-    int PcmChannels = 2;                             // (mirror)
-    int ClipboardSampleRate = 48000;
-    int ClipboardChannels = 2;
+    int PcmSampleRate = kDocumentRateHz;             // (mirror)
+    int PcmChannels = kDocumentChannels;             // (mirror)
+    int ClipboardSampleRate = kDocumentRateHz;
+    int ClipboardChannels = kDocumentChannels;
     bool bUseExternalPeaks = false;  // (mirror)
     bool bUsePcmFrames = false;      // (mirror)
     double HoverTimeSec = 0.0;       // time under the pointer, last inside value
@@ -268,9 +269,9 @@ public:
     // --- Documents ---
     void NewUntitledDocument();
     void CloseActiveDocument();
-    // Decodes Path (when not empty) to 48000 Hz stereo float and appends it as
-    // the active tab. A file that fails still gives a tab with Peaks and
-    // DurationSeconds.
+    // Decodes Path (when not empty) to the document format (48000 Hz stereo
+    // float, document_format.h) and appends it as the active tab. A file that
+    // fails still gives a tab with Peaks and DurationSeconds.
     void SetExternalPeakWaveform(const std::string& Path, const std::vector<float>& Peaks,
                                  double DurationSeconds);
     // The active document's frames through the encoder; the format follows
@@ -422,7 +423,7 @@ public:
     // --- Extensions: adopting a decoded document (glwaveedit_adopt.cpp) ---
     // Appends a document decoded elsewhere, as SetExternalPeakWaveform does
     // after its own decode, with the same steps, state and signals. Frames are
-    // interleaved float at 48000 Hz, 2 channels, and are moved in, not copied;
+    // in the document format (document_format.h), and are moved in, not copied;
     // empty Frames give a tab without PCM, as a failed decode does.
     void AdoptDecodedDocument(const std::string& Path, std::vector<float>&& Frames);
     // Everything of an adoption that does not need the editor, made on any
