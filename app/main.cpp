@@ -188,7 +188,7 @@ void RunFrame(Program& App, PointerInput& Pointer, Cursors& Shapes, std::string&
 
     host.pMouse->BeginFrame();
     host.pTarvik->bChildWindowProcessed = false;
-    host.pTarvik->SetCursor(0, false);
+    host.pTarvik->SetCursor(kCursorDefault, false);
     const bool editorMayTake = !ImGui::GetIO().WantCaptureMouse && !App.Prompts.IsShowing() && !IsEditorFrozen(App);
     if (Pointer.Deliver(App, editorMayTake))
         App.FramesToDraw = std::max(App.FramesToDraw, 2);

@@ -45,8 +45,7 @@ struct Program
     FileChooser Chooser;
     Dialogs Prompts;
     StatusLine Status;
-    // What the native chooser was opened for: 0 nothing, 1 open, 2 save (of ChooserDocument).
-    int ChooserPurpose = 0;
+    ChooserPurpose ChooserOpenedFor = ChooserPurpose::None;  // the native chooser's
     uint64_t ChooserDocument = 0;
     // The last edit the editor reported, for the restart of playback after it.
     struct EditReport

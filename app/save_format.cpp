@@ -177,9 +177,3 @@ std::string ByteSizeText(uint64_t Bytes)
         std::snprintf(text, sizeof text, "%.0f kB", static_cast<double>(Bytes) / 1e3);
     return text;
 }
-
-bool IsLossyExtension(const std::string& Path)
-{
-    const std::string ext = LowerExtension(Path);
-    return ext == ".mp3" || ext == ".ogg" || ext == ".opus" || ext == ".m4a";
-}

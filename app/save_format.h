@@ -68,6 +68,3 @@ uint64_t EstimatedBytes(const SaveFormat& Format, const std::string& Path, size_
 
 // "1.8 MB"
 std::string ByteSizeText(uint64_t Bytes);
-
-// True for the extensions of lossy formats (.mp3 .ogg .opus .m4a).
-bool IsLossyExtension(const std::string& Path);

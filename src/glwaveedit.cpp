@@ -1401,14 +1401,14 @@ void GLWaveEdit::HoldDrag(double MouseX, bool bLeftDown, bool bMiddleDown)
     {
         ApplySeekPositionRule(MouseX);
         SignalSeekPreview.emit(PreviewTimeSec);
-        root.SetChildWindowCursor(11);
+        root.SetChildWindowCursor(kCursorIBeam);
         root.MarkChildWindowProcessed();
     }
     if (ActiveDrag == DragSelect && bLeftDown)
     {
         SelectionEndValueSec = TimeForMouse(MouseX);
         EmitSelectionChanged();
-        root.SetChildWindowCursor(11);
+        root.SetChildWindowCursor(kCursorIBeam);
         root.MarkChildWindowProcessed();
     }
     if ((ActiveDrag == DragResizeSelectionStart || ActiveDrag == DragResizeSelectionEnd) && bLeftDown)
@@ -1416,7 +1416,7 @@ void GLWaveEdit::HoldDrag(double MouseX, bool bLeftDown, bool bMiddleDown)
         const double t = std::clamp(TimeForMouse(MouseX), 0.0, std::max(DurationSec, 0.0));
         (ActiveDrag == DragResizeSelectionStart ? SelectionStartValueSec : SelectionEndValueSec) = t;
         EmitSelectionChanged();
-        root.SetChildWindowCursor(5);
+        root.SetChildWindowCursor(kCursorSizeWE);
         root.MarkChildWindowProcessed();
     }
     if (ActiveDrag == DragPan && bMiddleDown)
@@ -1428,7 +1428,7 @@ void GLWaveEdit::HoldDrag(double MouseX, bool bLeftDown, bool bMiddleDown)
         ViewStartSec = DragAnchorViewStartSec + shiftSec;
         ViewEndSec = DragAnchorViewEndSec + shiftSec;
         ClampView();
-        root.SetChildWindowCursor(11);
+        root.SetChildWindowCursor(kCursorIBeam);
         root.MarkChildWindowProcessed();
     }
 }
@@ -1495,7 +1495,8 @@ void GLWaveEdit::MouseProcessing()
     if (inside && ActiveDrag == DragNone)
     {
         Tarvik& root = *p->pTarvik;
-        root.SetChildWindowCursor(IsOnSelectionEdge(HoverTimeSec, SelectionEdgeHitToleranceSec()) ? 5 : 11);
+        root.SetChildWindowCursor(IsOnSelectionEdge(HoverTimeSec, SelectionEdgeHitToleranceSec()) ? kCursorSizeWE
+                                                                                                 : kCursorIBeam);
         root.MarkChildWindowProcessed();
     }
 }
@@ -1597,9 +1598,9 @@ bool GLWaveEdit::HandleGlobalKey(int KeySym, bool ShiftMod, bool ControlMod, boo
     GLKeyAction action = GLKeyAction::None;
     switch (KeySym)
     {
-    case 32: action = GLKeyAction::Activate; break;      // space
-    case 102: action = GLKeyAction::SelectFirst; break;  // f
-    case 99: action = GLKeyAction::Cancel; break;        // c
+    case SDLK_SPACE: action = GLKeyAction::Activate; break;
+    case SDLK_F: action = GLKeyAction::SelectFirst; break;
+    case SDLK_C: action = GLKeyAction::Cancel; break;
     default: return false;
     }
     return GLDispatchKeyAction(action, [this](GLKeyAction Action) {
