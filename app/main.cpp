@@ -231,8 +231,8 @@ void ConnectEditor(Program& App, GLWaveEdit& Editor, PointerInput& Pointer)
     Editor.EnableEditHistory(App.Settings.HistoryCapBytes);
     Editor.IsPreloadingProvider = [&App] { return App.Work.IsOpening(); };
     Editor.PreloadProgressProvider = [&App] { return App.Work.OpenProgress(); };
-    Editor.SignalEditActionRequested.connect([&App](std::string Action, double StartSec, double EndSec) {
-        App.LastEdit = {Action, StartSec, EndSec, App.LastEdit.Serial + 1};
+    Editor.SignalEditActionRequested.connect([&App](std::string Action, double, double) {
+        App.LastEdit = {Action, App.LastEdit.Serial + 1};
     });
     Editor.SignalActiveDocumentChanged.connect([&App](std::string) { App.Docs.Prune(*App.pEditor); });
     // A click on a tab's close box goes through the same guard as Ctrl+W. A

@@ -47,12 +47,12 @@ struct Program
     StatusLine Status;
     ChooserPurpose ChooserOpenedFor = ChooserPurpose::None;  // the native chooser's
     uint64_t ChooserDocument = 0;
-    // The last edit the editor reported, for the restart of playback after it.
+    // The last edit action the editor announced (copy included), counted so
+    // that a command can tell whether it edited; its frames are the editor's
+    // LastEdit().
     struct EditReport
     {
         std::string Action;
-        double StartSec = 0.0;
-        double EndSec = 0.0;
         int Serial = 0;
     } LastEdit;
     Journal Recovery;
@@ -110,8 +110,16 @@ bool IsEditorFrozen(const Program& App);
 std::string DocumentName(const Program& App, uint64_t Id, const std::string& SourcePath);
 
 // --- restore.cpp: the recovery journal's side of the program ---
-// Journals edit Serial of the active document (called after each edit).
-void JournalLastEdit(Program& App, size_t FramesBefore, double GainPercent);
+// The journal's entry for the editor's last edit, frames as its record has
+// them (a paste's inserted frames copied); Kind "" for an effect, which
+// JournalEffect journals with what its replay needs.
+JournalEntry JournalEntryOfLastEdit(const GLWaveEdit& Editor);
+// Journals the editor's last edit, of the active document (called after each edit).
+void JournalLastEdit(Program& App);
+// Entry replayed onto the active document: true when it applied and, where
+// the entry says how many frames its edit put in (journals written before
+// that was kept do not), the replay changed the very frames the edit did.
+bool ReplayJournalEntry(GLWaveEdit& Editor, const JournalEntry& Entry);
 // Journals an effect just applied to the active document, over Span.
 void JournalEffect(Program& App, const GLWaveEdit::Effect& What, const GLWaveEdit::EffectSpan& Span);
 // Asks, for each journal a crashed run left (only those of OpenedPath when

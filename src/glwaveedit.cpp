@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 
 extern "C" {
@@ -1200,7 +1201,8 @@ void GLWaveEdit::RemoveSelectedFrames(const char* Action)
     const FrameRange range = FramesOfSpan(start, end, PcmSampleRate, frameCount);
     if (range.IsEmpty())
         return;
-    HistoryBeforeChange(range.StartFrame, range.EndFrame, 0);
+    const EditKind kind = std::strcmp(Action, "cut") == 0 ? EditKind::Cut : EditKind::Delete;
+    RecordEdit({kind, range.StartFrame, range.EndFrame - range.StartFrame, 0});
     PcmFrames.erase(PcmFrames.begin() + range.StartFrame * PcmChannels,
                     PcmFrames.begin() + range.EndFrame * PcmChannels);
     NoteFramesChanged(range.StartFrame, -1);
@@ -1248,8 +1250,8 @@ void GLWaveEdit::RequestPasteAtSelection()
     const FrameRange replaced = selected
                                     ? FramesOfSpan(SelectionStartSec(), SelectionEndSec(), PcmSampleRate, frameCount)
                                     : FrameRange{insertFrame, insertFrame};
-    HistoryBeforeChange(replaced.IsEmpty() ? insertFrame : replaced.StartFrame,
-                        replaced.IsEmpty() ? insertFrame : replaced.EndFrame, clipboardFrameCount);
+    RecordEdit({EditKind::Paste, replaced.IsEmpty() ? insertFrame : replaced.StartFrame,
+                replaced.IsEmpty() ? 0 : replaced.EndFrame - replaced.StartFrame, clipboardFrameCount});
     if (selected)
     {
         const FrameRange range = replaced;
@@ -1298,7 +1300,8 @@ bool GLWaveEdit::ApplyGainPercent(double Percent, std::string* ErrorMessage)
         return fail("Selected audio range is empty.");
 
     StopPlayback();
-    HistoryBeforeChange(range.StartFrame, range.EndFrame, range.EndFrame - range.StartFrame);
+    RecordEdit({EditKind::Gain, range.StartFrame, range.EndFrame - range.StartFrame,
+                range.EndFrame - range.StartFrame, Percent});
     // A gain beyond float range is held at FLT_MAX, so silence stays 0.0
     // instead of becoming 0 x inf = NaN; everything else clamps to full scale.
     const float gain = static_cast<float>(std::min(Percent / 100.0, static_cast<double>(FLT_MAX)));

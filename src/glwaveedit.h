@@ -462,6 +462,37 @@ public:
     bool HistoryDroppedSteps() const;  // the active document lost its oldest steps to the cap
     size_t HistoryBytes() const;       // stored frames of all documents, in bytes
 
+    // --- Extensions: the edit record (glwaveedit_history.cpp) ---
+    // What the last edit of the frames did, exact to the frame: at StartFrame
+    // RemovedFrames frames gave way to InsertedFrames others (as many for an
+    // edit in place, such as a gain). Every edit makes one where it calls the
+    // history's hook, before the frames change, whether or not the history is
+    // on; a host that follows edits (the journal, playback kept in place,
+    // marks on the timeline) reads it rather than turning the seconds of
+    // SignalEditActionRequested back into frames.
+    enum class EditKind
+    {
+        Cut,
+        Delete,
+        Paste,
+        Gain,
+        Effect,  // any of ApplyEffect's
+        Undo,    // the step's record turned round: what it inserted goes, what it removed comes back
+        Redo,    // the step's record again
+    };
+    struct EditRecord
+    {
+        EditKind Kind = EditKind::Cut;
+        int64_t StartFrame = 0;
+        int64_t RemovedFrames = 0;
+        int64_t InsertedFrames = 0;
+        double Percent = 0.0;  // a gain's percent; 0 for the other kinds
+    };
+    // The record of the last edit of any document; valid from the edit's
+    // SignalEditActionRequested on. All zero before the first edit; a copy
+    // changes no frames and leaves it as it was.
+    const EditRecord& LastEdit() const;
+
     // --- Extensions: replaying a journalled edit (glwaveedit_replay.cpp) ---
     // Repeats one edit on the active document through the same operations
     // that made it, so that a journal of edits gives back the edited frames
@@ -516,9 +547,12 @@ public:
     EffectSpan CurrentEffectSpan(const Effect& What) const;
 
 private:
-    // Called by every edit just before it turns the frames StartFrame ..
-    // OldEndFrame into NewFrames others; nothing while the history is off.
-    void HistoryBeforeChange(int64_t StartFrame, int64_t OldEndFrame, int64_t NewFrames);
+    // Called by every edit just before it changes the frames as Edit says:
+    // keeps Edit for LastEdit and hands it to the history's hook.
+    void RecordEdit(const EditRecord& Edit);
+    EditRecord LastEditRecord;
+    // The history's hook: nothing while the history is off.
+    void HistoryBeforeChange(const EditRecord& Edit);
     void HistoryForgetDocument(uint64_t DocumentId);
 
 public:
