@@ -1,7 +1,9 @@
 // Long work off the frame thread: opening decodes files one after another on
-// a worker of its own, saving encodes a snapshot of a document on another.
-// The frame thread queues work, reads progress, cancels, and takes finished
-// results; nothing else crosses threads.
+// a worker of its own, saving copies a document's frames and encodes the copy
+// on another. The frame thread queues work, reads progress, cancels and takes
+// finished results. One thing more crosses threads: the save worker reads the
+// editor's live frames (SaveRequest::pFrames) for its copy, and until
+// IsSnapshotting() is false the frame thread changes none of them.
 #pragma once
 
 #include <atomic>

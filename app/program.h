@@ -1,7 +1,12 @@
 // The state of the desktop program that its parts share: the window, the
 // host objects, the editor, the session's bookkeeping, background jobs,
-// dialogs, the status line and the settings. Everything here lives on the
-// frame thread; the jobs own the only other threads.
+// dialogs, the status line and the settings. The frame thread owns all of it
+// but for two hand-overs: an edit runs on LongEdits' worker, which then uses
+// the editor, the journal, LastEdit and the status line while the frame
+// thread only shows the kept picture (long_edits.h); and a save's worker
+// copies the editor's live frames while the frame thread holds off every
+// change to them (IsEditorFrozen). The jobs' other work and the journal's
+// writer keep to their own state.
 #pragma once
 
 #include <SDL.h>

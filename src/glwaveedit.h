@@ -8,10 +8,15 @@
 // data between mirror and record. Leaving a document is always: store into
 // the record, stop playback, then change the mirror.
 //
-// Everything here runs on the thread that drives the child window; the only
-// other thread is the one inside GLDeckAudioPlayer, which plays its own copy
-// of the frames. A host that turns bRenderHelperThread on also gets a helper
-// for the length of a frame of a long view, which only reads.
+// Threads. The class is not thread-safe: a host calls it from one thread at a
+// time, though not always the same one (the program runs long edits and
+// RefreshWaveSummary on a worker while its frame thread leaves the editor
+// alone, and its save worker copies ActiveFrames() while no call changes
+// them). PrepareForAdoption needs no editor and runs on any thread. The
+// editor's own threads: the one inside GLDeckAudioPlayer, which plays its
+// own copy of the frames; with bRenderHelperThread on, a helper for the
+// length of a frame of a long view, which only reads; and the summary
+// workers PrepareForAdoption may start, which read only what it was given.
 //
 // Index of operations, in the order of the class (and of glwaveedit.cpp):
 //   Lifecycle         constructors, Init, Destroy, SourcePath
