@@ -1,7 +1,8 @@
 // GLWaveEdit: the editor's behaviour. Sections follow the class declaration:
 // Lifecycle, Documents, Import, Saving and window state, Waveform queries,
 // Time view, Plot layout, Transport, Playback sync, Selection, Clipboard
-// edits, Gain, Input. The render side lives in glwaveedit_render.cpp.
+// edits, Gain, Input. The render side lives in glwaveedit_render.cpp and
+// glwaveedit_wave_data.cpp.
 
 #include "glwaveedit.h"
 

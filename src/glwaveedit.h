@@ -40,8 +40,10 @@
 //                     looped playback (glwaveedit_loop.cpp),
 //                     effects (glwaveedit_effects.cpp)
 //   Render side       Render, PlayPositionText, NiceTimeStep, FormatTimeLabel
-//                     (glwaveedit_render.cpp); the per-document waveform
-//                     summary it draws from (wave_summary.h)
+//                     (glwaveedit_render.cpp, drawing only); the waveform
+//                     data it draws, the per-document summaries and the
+//                     columns made from them (glwaveedit_wave_data.cpp,
+//                     wave_summary.h)
 #pragma once
 
 #include <cstdint>
@@ -313,7 +315,7 @@ private:
     void InvalidateWaveCaches();
     // The active document's frames changed from FirstFrame up to EndFrame
     // (exclusive); EndFrame < 0: to the end, whose length may have changed.
-    // Keeps the render side's per-document summary current (render side).
+    // Keeps the per-document summary current (glwaveedit_wave_data.cpp).
     void NoteFramesChanged(int64_t FirstFrame, int64_t EndFrame);
 
 public:
@@ -607,6 +609,9 @@ private:
         int64_t PendingEnd = 0;     // end of the change; < 0: to the end
         StashedColumns Stash;       // its columns while another tab is shown
     };
+    // Widest column count drawn; beyond it a column is narrower than a pixel
+    // on any real screen.
+    static constexpr int kMaxRenderColumns = 8192;
     std::vector<DocumentSummary> Summaries;
     uint64_t CachedSummaryId = 0;        // summary the columns were made from
     uint64_t CachedSummaryRevision = 0;
@@ -617,6 +622,7 @@ private:
     std::vector<WaveColumnShader::Column> ShaderColumns;  // lane-major, reused between frames
     double RenderLevelScale = 0.0;  // this frame's MonoSourceLevelProvider answer; 0: none
 
+    // The waveform data (glwaveedit_wave_data.cpp), no GL.
     bool IsPcmUsable() const;
     DocumentSummary* FindSummary(uint64_t DocumentId);
     const WaveSummary* CurrentSummary();
@@ -629,6 +635,7 @@ private:
     void StashColumns();
     bool TakeStashedColumns(DocumentSummary& Entry, int ColumnCount, double WidthPx);
 
+    // Drawing (glwaveedit_render.cpp).
     std::string FormatAxisTime(double TimeSec, double StepSec) const;
     double AxisTimeStep() const;
     int TextSizePx() const;
