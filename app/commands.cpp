@@ -18,11 +18,6 @@
 
 // --- Edits ---
 
-namespace
-{
-// Where a play position lands after a cut, delete or paste, so that what is
-// heard follows what is seen: inside the removed frames it moves to where
-// they were, after them by the change in length. Other edits leave it.
 double PositionAfterEdit(double PositionSec, const GLWaveEdit::EditRecord& Edit)
 {
     using Kind = GLWaveEdit::EditKind;
@@ -36,6 +31,8 @@ double PositionAfterEdit(double PositionSec, const GLWaveEdit::EditRecord& Edit)
     return PositionSec + DocumentSeconds(Edit.InsertedFrames - Edit.RemovedFrames);
 }
 
+namespace
+{
 // Runs one edit and journals it; when it changed the audio while it played,
 // the player starts again at the same place in the edited audio.
 void RunEditNow(Program& App, const std::function<void(GLWaveEdit&)>& Edit,

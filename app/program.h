@@ -88,6 +88,10 @@ struct Program
 
 // --- commands.cpp: the command table, menus and shortcuts ---
 void DrawMenuBar(Program& App);
+// Where a play position lands after Edit, so that what is heard follows what
+// is seen: inside the frames a cut, delete or paste removed it moves to where
+// they were, after them by the change in length; other edits leave it.
+double PositionAfterEdit(double PositionSec, const GLWaveEdit::EditRecord& Edit);
 // Runs an effect as an edit (worker, journal, playback kept in step); Title
 // names it to the user. A refusal goes to OnRefusal (any thread) when given,
 // else to the status bar.
