@@ -109,9 +109,9 @@ bool SaveAndWait(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const std::strin
 
 void PrintInfo(const std::string& Path, const DocumentInfo& Info, const GLWaveEdit& Editor, const Options& Opts)
 {
-    const size_t frames = Editor.ActiveFrames().size() / 2;
-    std::printf("file: %s\nformat: %s\nduration: %.3f s\nframes: %zu at 48000 Hz stereo\n", Path.c_str(),
-                Info.FormatSummary.c_str(), static_cast<double>(frames) / 48000.0, frames);
+    const int64_t frames = DocumentFrames(Editor.ActiveFrames().size());
+    std::printf("file: %s\nformat: %s\nduration: %.3f s\nframes: %lld at %d Hz stereo\n", Path.c_str(),
+                Info.FormatSummary.c_str(), DocumentSeconds(frames), static_cast<long long>(frames), kDocumentRateHz);
     const std::string sample = "x" + (Info.Source.bLossy || !Info.Source.bKnown ? ProposedExtension(Info.Source)
                                                                                 : std::filesystem::path(Path).extension().string());
     std::printf("saves as: %s\n", DescribeSave(BatchSaveFormat(Info.Source, Opts), sample).c_str());

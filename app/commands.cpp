@@ -19,34 +19,29 @@
 
 // --- Edits ---
 
-namespace
+double PositionAfterEdit(double PositionSec, const GLWaveEdit::EditRecord& Edit)
 {
-// Where a play position lands after an edit, so that what is heard follows
-// what is seen: inside a removed stretch it moves to where the stretch was,
-// after it by the change in length.
-double PositionAfterEdit(double PositionSec, const Program::EditReport& Edit, double ReplacedSec)
-{
-    const double a = Edit.StartSec;
-    const double b = Edit.EndSec;
-    if (Edit.Action == "cut" || Edit.Action == "delete")
-        return PositionSec < a ? PositionSec : PositionSec < b ? a : PositionSec - (b - a);
-    if (Edit.Action == "paste")
-        return PositionSec < a ? PositionSec
-               : PositionSec < a + ReplacedSec ? a
-                                               : PositionSec + (b - a) - ReplacedSec;
-    return PositionSec;
+    using Kind = GLWaveEdit::EditKind;
+    if (Edit.Kind != Kind::Cut && Edit.Kind != Kind::Delete && Edit.Kind != Kind::Paste)
+        return PositionSec;
+    const double startSec = DocumentSeconds(Edit.StartFrame);
+    if (PositionSec < startSec)
+        return PositionSec;
+    if (PositionSec < DocumentSeconds(Edit.StartFrame + Edit.RemovedFrames))
+        return startSec;
+    return PositionSec + DocumentSeconds(Edit.InsertedFrames - Edit.RemovedFrames);
 }
 
+namespace
+{
 // Runs one edit and journals it; when it changed the audio while it played,
 // the player starts again at the same place in the edited audio.
-void RunEditNow(Program& App, const std::function<void(GLWaveEdit&)>& Edit, double GainPercent,
+void RunEditNow(Program& App, const std::function<void(GLWaveEdit&)>& Edit,
                 const std::function<void()>& Journal = nullptr)
 {
     GLWaveEdit& editor = *App.pEditor;
     const bool playing = editor.IsPlaybackActive() && !editor.IsPlaybackPaused();
     const double positionSec = editor.CurrentTimeSec;
-    const double replacedSec = editor.HasSelection() ? editor.SelectionEndSec() - editor.SelectionStartSec() : 0.0;
-    const size_t framesBefore = editor.ActiveFrames().size();
     const int serial = App.LastEdit.Serial;
     Edit(editor);
     if (App.LastEdit.Serial == serial || App.LastEdit.Action == "copy")
@@ -54,12 +49,12 @@ void RunEditNow(Program& App, const std::function<void(GLWaveEdit&)>& Edit, doub
     if (Journal)
         Journal();
     else
-        JournalLastEdit(App, framesBefore, GainPercent);
+        JournalLastEdit(App);
     // The player plays its own copy of the old audio (and a gain stops it):
     // what was playing starts again from the edited frames.
     if (!playing)
         return;
-    editor.CurrentTimeSec = PositionAfterEdit(positionSec, App.LastEdit, replacedSec);
+    editor.CurrentTimeSec = PositionAfterEdit(positionSec, editor.LastEdit());
     std::string error;
     if (!editor.PlayFromCurrentPosition(&error))
         App.Complain("Playback stopped: " + error);
@@ -68,11 +63,11 @@ void RunEditNow(Program& App, const std::function<void(GLWaveEdit&)>& Edit, doub
 // Every edit runs off the frame thread, with its journal entry, the restart
 // of playback and the waveform summary's update: on an hour each of them
 // moves or reads gigabytes. What names it while it runs.
-void RunEdit(Program& App, const std::string& What, std::function<void(GLWaveEdit&)> Edit, double GainPercent = 0.0,
+void RunEdit(Program& App, const std::string& What, std::function<void(GLWaveEdit&)> Edit,
              std::function<void()> Journal = nullptr)
 {
-    App.Edits.Queue(What, [&App, Edit = std::move(Edit), GainPercent, Journal = std::move(Journal)] {
-        RunEditNow(App, Edit, GainPercent, Journal);
+    App.Edits.Queue(What, [&App, Edit = std::move(Edit), Journal = std::move(Journal)] {
+        RunEditNow(App, Edit, Journal);
         App.pEditor->RefreshWaveSummary();
     });
 }
@@ -86,17 +81,14 @@ void RunPlay(Program& App, std::function<void(GLWaveEdit&)> Command)
 
 void Gain(Program& App, double Percent)
 {
-    RunEdit(
-        App, "Applying gain",
-        [&App, Percent](GLWaveEdit& Editor) {
-            std::string error;
-            if (Editor.ApplyGainPercent(Percent, &error))
-                App.Say("Gain " + std::to_string(static_cast<int>(std::lround(Percent))) + "% applied" +
-                        (Editor.HasSelection() ? " to the selection." : "."));
-            else
-                App.Complain("Gain: " + error);
-        },
-        Percent);
+    RunEdit(App, "Applying gain", [&App, Percent](GLWaveEdit& Editor) {
+        std::string error;
+        if (Editor.ApplyGainPercent(Percent, &error))
+            App.Say("Gain " + std::to_string(static_cast<int>(std::lround(Percent))) + "% applied" +
+                    (Editor.HasSelection() ? " to the selection." : "."));
+        else
+            App.Complain("Gain: " + error);
+    });
 }
 
 void AskGain(Program& App)
@@ -158,7 +150,7 @@ void RunEffect(Program& App, const GLWaveEdit::Effect& What, const std::string& 
             else
                 App.Complain(Title + ": " + error);
         },
-        0.0, [&App, What, span] { JournalEffect(App, What, *span); });
+        [&App, What, span] { JournalEffect(App, What, *span); });
 }
 
 namespace

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstddef>
 
+#include "document_format.h"
+
 // Each chord is struck and dies away; the voices spread a little between
 // left and right.
 std::vector<float> SynthesiseDemoChords(int SampleRate)
@@ -12,7 +14,7 @@ std::vector<float> SynthesiseDemoChords(int SampleRate)
     constexpr double kChordSec = 2.0;
     const double chords[2][3] = {{220.0, 277.18, 329.63}, {293.66, 369.99, 440.0}};
     const int framesPerChord = static_cast<int>(kChordSec * SampleRate);
-    std::vector<float> frames(static_cast<size_t>(framesPerChord) * 2 * 2);
+    std::vector<float> frames(static_cast<size_t>(framesPerChord) * 2 * kDocumentChannels);
     for (int chord = 0; chord < 2; ++chord)
         for (int f = 0; f < framesPerChord; ++f)
         {
@@ -26,7 +28,7 @@ std::vector<float> SynthesiseDemoChords(int SampleRate)
                 left += tone * (1.2 - 0.3 * voice);
                 right += tone * (0.6 + 0.3 * voice);
             }
-            const size_t at = (static_cast<size_t>(chord) * framesPerChord + f) * 2;
+            const size_t at = (static_cast<size_t>(chord) * framesPerChord + f) * kDocumentChannels;
             frames[at] = static_cast<float>(0.3 * envelope * left);
             frames[at + 1] = static_cast<float>(0.3 * envelope * right);
         }

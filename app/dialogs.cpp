@@ -5,19 +5,13 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
-#include <filesystem>
+
+#include "audio_codec_internal.h"
 
 namespace
 {
 constexpr int kBitrates[] = {96, 128, 160, 192, 256, 320};
 constexpr size_t kPathBufferBytes = 4096;
-
-std::string LowerExtension(const std::string& Path)
-{
-    std::string ext = std::filesystem::path(Path).extension().string();
-    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
-    return ext;
-}
 
 std::vector<std::string> SplitPaths(const std::string& Text)
 {
@@ -48,22 +42,11 @@ bool BeginCentredModal(const std::string& Id)
 }
 }  // namespace
 
-bool IsLossyTarget(const std::string& Path)
-{
-    const std::string ext = LowerExtension(Path);
-    return ext == ".ogg" || ext == ".opus" || ext == ".mp3" || ext == ".m4a";
-}
-
-bool IsWritableTarget(const std::string& Path)
-{
-    const std::string ext = LowerExtension(Path);
-    return IsLossyTarget(Path) || ext == ".flac" || ext == ".wav";
-}
 
 void Dialogs::Ask(Question Q)
 {
     Entry entry;
-    entry.Kind = 0;
+    entry.Kind = DialogKind::Question;
     entry.Q = std::move(Q);
     Pending.push_back(std::move(entry));
 }
@@ -71,7 +54,7 @@ void Dialogs::Ask(Question Q)
 void Dialogs::Ask(PathPrompt P)
 {
     Entry entry;
-    entry.Kind = 1;
+    entry.Kind = DialogKind::Path;
     entry.Buffer = P.Path;
     entry.P = std::move(P);
     Pending.push_back(std::move(entry));
@@ -80,7 +63,7 @@ void Dialogs::Ask(PathPrompt P)
 void Dialogs::Ask(NumberPrompt N)
 {
     Entry entry;
-    entry.Kind = 2;
+    entry.Kind = DialogKind::Number;
     entry.N = std::move(N);
     Pending.push_back(std::move(entry));
 }
@@ -88,7 +71,7 @@ void Dialogs::Ask(NumberPrompt N)
 void Dialogs::Ask(PanelPrompt Panel)
 {
     Entry entry;
-    entry.Kind = 3;
+    entry.Kind = DialogKind::Panel;
     entry.Panel = std::move(Panel);
     Pending.push_back(std::move(entry));
 }
@@ -98,10 +81,10 @@ void Dialogs::Draw()
     if (Pending.empty())
         return;
     Entry& front = Pending.front();
-    const std::string title = front.Kind == 0   ? front.Q.Title
-                              : front.Kind == 1 ? front.P.Title
-                              : front.Kind == 2 ? front.N.Title
-                                                : front.Panel.Title;
+    const std::string title = front.Kind == DialogKind::Question ? front.Q.Title
+                              : front.Kind == DialogKind::Path   ? front.P.Title
+                              : front.Kind == DialogKind::Number ? front.N.Title
+                                                                 : front.Panel.Title;
     const std::string id = title + "##dialog" + std::to_string(Serial);
     if (!front.bOpened)
     {
@@ -112,10 +95,10 @@ void Dialogs::Draw()
     if (!BeginCentredModal(id))
         return;
     std::function<void()> after;
-    const bool done = front.Kind == 0   ? DrawQuestion(front, after)
-                      : front.Kind == 1 ? DrawPath(front, after)
-                      : front.Kind == 2 ? DrawNumber(front, after)
-                                        : front.Panel.Draw(after);
+    const bool done = front.Kind == DialogKind::Question ? DrawQuestion(front, after)
+                      : front.Kind == DialogKind::Path   ? DrawPath(front, after)
+                      : front.Kind == DialogKind::Number ? DrawNumber(front, after)
+                                                         : front.Panel.Draw(after);
     if (done)
         ImGui::CloseCurrentPopup();
     ImGui::EndPopup();
@@ -181,7 +164,7 @@ bool Dialogs::DrawPath(Entry& E, std::function<void()>& OutAfter)
     E.Buffer = buffer;
     if (E.P.bSave)
     {
-        if (IsLossyTarget(E.Buffer))
+        if (IsWritablePath(E.Buffer, WritableKind::Lossy))
         {
             ImGui::SetNextItemWidth(120);
             const std::string current = std::to_string(E.P.BitrateKbps) + " kbps";
@@ -194,7 +177,12 @@ bool Dialogs::DrawPath(Entry& E, std::function<void()>& OutAfter)
             }
         }
         else
-            ImGui::TextDisabled("Lossless: .flac or .wav (depth and rate come next). Lossy: .ogg .opus .mp3 .m4a");
+        {
+            static const std::string hint = "Lossless: " + WritableExtensionsText(WritableKind::Lossless) +
+                                            " (depth and rate come next). Lossy: " +
+                                            WritableExtensionsText(WritableKind::Lossy, " ", " ");
+            ImGui::TextDisabled("%s", hint.c_str());
+        }
     }
     const bool accept = ImGui::Button(E.P.bSave ? "Save" : "Open", ImVec2(120, 0)) || entered;
     ImGui::SameLine();

@@ -65,9 +65,16 @@ public:
     void Draw();
 
 private:
+    enum class DialogKind
+    {
+        Question,
+        Path,
+        Number,
+        Panel,
+    };
     struct Entry
     {
-        int Kind = 0;  // 0 question, 1 path, 2 number, 3 panel
+        DialogKind Kind = DialogKind::Question;  // which of the four below is asked
         Question Q;
         PathPrompt P;
         NumberPrompt N;
@@ -85,8 +92,3 @@ private:
     bool DrawPath(Entry& E, std::function<void()>& OutAfter);
     bool DrawNumber(Entry& E, std::function<void()>& OutAfter);
 };
-
-// True for the extensions the encoder writes lossily, where a bitrate applies.
-bool IsLossyTarget(const std::string& Path);
-// True for the extensions the encoder can write at all.
-bool IsWritableTarget(const std::string& Path);

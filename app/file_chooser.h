@@ -9,6 +9,14 @@
 #include <string>
 #include <vector>
 
+// What the chooser was opened for, so that its answer goes to the right command.
+enum class ChooserPurpose
+{
+    None,
+    Open,
+    Save,  // of the program's ChooserDocument
+};
+
 class FileChooser
 {
 public:

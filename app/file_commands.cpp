@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "audio_codec_internal.h"
 #include "batch.h"
 #include "glwaveedit.h"
 #include "program.h"
@@ -102,13 +103,14 @@ void ConfirmAndSave(Program& App, uint64_t Id, const std::string& Path, int Bitr
         return;
     }
     std::error_code error;
-    if (!IsWritableTarget(Path) || fs::is_directory(Path, error))
+    if (!IsWritablePath(Path) || fs::is_directory(Path, error))
     {
-        App.Complain("Cannot save as " + FileName(Path) + ": name the file with .flac, .wav, .ogg, .opus, .mp3 or .m4a.");
+        App.Complain("Cannot save as " + FileName(Path) + ": name the file with " +
+                     WritableExtensionsText(WritableKind::Any) + ".");
         OnSaveFinished(App, Id, false);
         return;
     }
-    if (IsLossyTarget(Path))
+    if (IsWritablePath(Path, WritableKind::Lossy))
         App.Docs.Info(Id).Save.BitrateKbps = BitrateKbps;
     AskSaveFormat(
         App, Id, Path,
@@ -163,7 +165,7 @@ void AskSaveAs(Program& App, uint64_t Id)
     const std::string suggestion = DefaultSavePath(*App.pEditor, App.Docs.Info(Id));
     if (App.Chooser.BeginSave(suggestion))
     {
-        App.ChooserPurpose = 2;
+        App.ChooserOpenedFor = ChooserPurpose::Save;
         App.ChooserDocument = Id;
         return;
     }
@@ -201,7 +203,7 @@ void CommandOpen(Program& App)
         App.Settings.RecentFiles.empty() ? HomeFolder() : fs::path(App.Settings.RecentFiles.front()).parent_path().string();
     if (App.Chooser.BeginOpen(folder))
     {
-        App.ChooserPurpose = 1;
+        App.ChooserOpenedFor = ChooserPurpose::Open;
         return;
     }
     PathPrompt prompt;
@@ -301,11 +303,11 @@ void PollChooser(Program& App)
     std::vector<std::string> paths;
     if (!App.Chooser.Poll(paths))
         return;
-    const int purpose = App.ChooserPurpose;
-    App.ChooserPurpose = 0;
-    if (purpose == 1)
+    const ChooserPurpose purpose = App.ChooserOpenedFor;
+    App.ChooserOpenedFor = ChooserPurpose::None;
+    if (purpose == ChooserPurpose::Open)
         OpenPaths(App, paths);
-    else if (purpose == 2)
+    else if (purpose == ChooserPurpose::Save)
         ConfirmAndSave(App, App.ChooserDocument, paths.empty() ? std::string() : paths.front(),
                        App.Docs.Info(App.ChooserDocument).Save.BitrateKbps);
 }

@@ -148,9 +148,9 @@ std::deque<SDL_Event> KeyLatch::NextFrame()
 void ApplyCursor(const Tarvik& Root, Cursors& Shapes)
 {
     SDL_Cursor* wanted = Shapes.pArrow;
-    if (Root.bCursorFromChild && Root.CursorCode == 5)
+    if (Root.bCursorFromChild && Root.CursorCode == kCursorSizeWE)
         wanted = Shapes.pSizeWE;
-    else if (Root.bCursorFromChild && Root.CursorCode == 11)
+    else if (Root.bCursorFromChild && Root.CursorCode == kCursorIBeam)
         wanted = Shapes.pIBeam;
     if (wanted && wanted != Shapes.pShown)
     {

@@ -249,7 +249,7 @@ std::string DescribeFormat(const DecodedAudio& Audio)
                                                        : std::to_string(Audio.SourceChannels) + " channels";
     if (!Audio.SourceChannelLayout.empty() && Audio.SourceChannels > 2)
         channels += " (" + Audio.SourceChannelLayout + ")";
-    const double decodedSec = static_cast<double>(Audio.Frames.size() / 2) / 48000.0;
+    const double decodedSec = DocumentSeconds(DocumentFrames(Audio.Frames.size()));
     std::string depth;
     if (Audio.bSourceLossy && Audio.SourceBitrateKbps > 0)
         depth = std::to_string(Audio.SourceBitrateKbps) + " kb/s, ";

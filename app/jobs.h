@@ -1,7 +1,9 @@
 // Long work off the frame thread: opening decodes files one after another on
-// a worker of its own, saving encodes a snapshot of a document on another.
-// The frame thread queues work, reads progress, cancels, and takes finished
-// results; nothing else crosses threads.
+// a worker of its own, saving copies a document's frames and encodes the copy
+// on another. The frame thread queues work, reads progress, cancels and takes
+// finished results. One thing more crosses threads: the save worker reads the
+// editor's live frames (SaveRequest::pFrames) for its copy, and until
+// IsSnapshotting() is false the frame thread changes none of them.
 #pragma once
 
 #include <atomic>
@@ -17,6 +19,7 @@
 #include <vector>
 
 #include "audio_decode.h"
+#include "document_format.h"
 #include "glwaveedit.h"
 #include "save_format.h"
 
@@ -62,8 +65,8 @@ struct SaveRequest
     uint64_t StateId = 0;  // the document's history position the snapshot shows
     std::string Path;
     const std::vector<float>* pFrames = nullptr;  // unchanged until IsSnapshotting() is false
-    int SampleRate = 48000;
-    int Channels = 2;
+    int SampleRate = kDocumentRateHz;
+    int Channels = kDocumentChannels;
     int BitrateKbps = 192;
     std::map<std::string, std::string> Tags;
     // Written in this format, converted from the frames on the way; without

@@ -190,7 +190,7 @@ void RunFrame(Program& App, PointerInput& Pointer, Cursors& Shapes, std::string&
 
     host.pMouse->BeginFrame();
     host.pTarvik->bChildWindowProcessed = false;
-    host.pTarvik->SetCursor(0, false);
+    host.pTarvik->SetCursor(kCursorDefault, false);
     const bool editorMayTake = !ImGui::GetIO().WantCaptureMouse && !App.Prompts.IsShowing() && !IsEditorFrozen(App);
     if (Pointer.Deliver(App, editorMayTake))
         App.FramesToDraw = std::max(App.FramesToDraw, 2);
@@ -233,8 +233,8 @@ void ConnectEditor(Program& App, GLWaveEdit& Editor, PointerInput& Pointer)
     Editor.EnableEditHistory(App.Settings.HistoryCapBytes);
     Editor.IsPreloadingProvider = [&App] { return App.Work.IsOpening(); };
     Editor.PreloadProgressProvider = [&App] { return App.Work.OpenProgress(); };
-    Editor.SignalEditActionRequested.connect([&App](std::string Action, double StartSec, double EndSec) {
-        App.LastEdit = {Action, StartSec, EndSec, App.LastEdit.Serial + 1};
+    Editor.SignalEditActionRequested.connect([&App](std::string Action, double, double) {
+        App.LastEdit = {Action, App.LastEdit.Serial + 1};
     });
     Editor.SignalActiveDocumentChanged.connect([&App](std::string) { App.Docs.Prune(*App.pEditor); });
     // A click on a tab's close box goes through the same guard as Ctrl+W. A
@@ -267,7 +267,7 @@ void OpenStartupDocuments(Program& App, const Options& Opts)
 {
     GLWaveEdit& editor = *App.pEditor;
     if (Opts.Files.empty())
-        editor.AdoptDecodedDocument("Demo chords", SynthesiseDemoChords(48000));
+        editor.AdoptDecodedDocument("Demo chords", SynthesiseDemoChords(kDocumentRateHz));
     // A screenshot shows the files opened; otherwise they open in the background.
     for (const std::string& path : Opts.Files)
     {

@@ -2,6 +2,9 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <string>
+
+#include "audio_codec_internal.h"
 
 namespace
 {
@@ -25,6 +28,10 @@ struct Cursor
 
 const std::vector<OptionHelp>& OptionTable()
 {
+    // The extensions --save takes are the encoder's to say.
+    static const std::string saveHelp = "save to OUT; the container follows the extension:\n" +
+                                        WritableExtensionsText(WritableKind::Any, " ", " ") +
+                                        "; the source's rate,\nchannels and bit depth are kept unless chosen below";
     static const std::vector<OptionHelp> table = {
         {"--info", "", "print format, duration and frame count of each FILE, and the format --save writes it in",
          OptionGroup::Batch},
@@ -40,10 +47,7 @@ const std::vector<OptionHelp>& OptionTable()
         {"--dc, --reverse", "", "remove the DC offset; reverse", OptionGroup::Batch},
         {"--highpass", "HZ", "high-pass filter at HZ (rumble: 80)", OptionGroup::Batch},
         {"--trim-silence", "DBFS", "remove what stays under DBFS at the start and end", OptionGroup::Batch},
-        {"--save", "OUT",
-         "save to OUT; the container follows the extension:\n.flac .wav .ogg .opus .mp3 .m4a; the source's rate,\n"
-         "channels and bit depth are kept unless chosen below",
-         OptionGroup::Batch},
+        {"--save", "OUT", saveHelp.c_str(), OptionGroup::Batch},
         {"--rate", "HZ", "sample rate of the saved file", OptionGroup::Batch},
         {"--channels", "1|2", "mono or stereo", OptionGroup::Batch},
         {"--bits", "16|24|32", "bit depth of .wav and .flac (32: float, .wav only)", OptionGroup::Batch},

@@ -1,7 +1,12 @@
 // The state of the desktop program that its parts share: the window, the
 // host objects, the editor, the session's bookkeeping, background jobs,
-// dialogs, the status line and the settings. Everything here lives on the
-// frame thread; the jobs own the only other threads.
+// dialogs, the status line and the settings. The frame thread owns all of it
+// but for two hand-overs: an edit runs on LongEdits' worker, which then uses
+// the editor, the journal, LastEdit and the status line while the frame
+// thread only shows the kept picture (long_edits.h); and a save's worker
+// copies the editor's live frames while the frame thread holds off every
+// change to them (IsEditorFrozen). The jobs' other work and the journal's
+// writer keep to their own state.
 #pragma once
 
 #include <SDL.h>
@@ -46,15 +51,14 @@ struct Program
     FileChooser Chooser;
     Dialogs Prompts;
     StatusLine Status;
-    // What the native chooser was opened for: 0 nothing, 1 open, 2 save (of ChooserDocument).
-    int ChooserPurpose = 0;
+    ChooserPurpose ChooserOpenedFor = ChooserPurpose::None;  // the native chooser's
     uint64_t ChooserDocument = 0;
-    // The last edit the editor reported, for the restart of playback after it.
+    // The last edit action the editor announced (copy included), counted so
+    // that a command can tell whether it edited; its frames are the editor's
+    // LastEdit().
     struct EditReport
     {
         std::string Action;
-        double StartSec = 0.0;
-        double EndSec = 0.0;
         int Serial = 0;
     } LastEdit;
     Journal Recovery;
@@ -86,6 +90,10 @@ struct Program
 
 // --- commands.cpp: the command table, menus and shortcuts ---
 void DrawMenuBar(Program& App);
+// Where a play position lands after Edit, so that what is heard follows what
+// is seen: inside the frames a cut, delete or paste removed it moves to where
+// they were, after them by the change in length; other edits leave it.
+double PositionAfterEdit(double PositionSec, const GLWaveEdit::EditRecord& Edit);
 // Runs an effect as an edit (worker, journal, playback kept in step); Title
 // names it to the user. A refusal goes to OnRefusal (any thread) when given,
 // else to the status bar.
@@ -113,8 +121,16 @@ bool IsEditorFrozen(const Program& App);
 std::string DocumentName(const Program& App, uint64_t Id, const std::string& SourcePath);
 
 // --- restore.cpp: the recovery journal's side of the program ---
-// Journals edit Serial of the active document (called after each edit).
-void JournalLastEdit(Program& App, size_t FramesBefore, double GainPercent);
+// The journal's entry for the editor's last edit, frames as its record has
+// them (a paste's inserted frames copied); Kind "" for an effect, which
+// JournalEffect journals with what its replay needs.
+JournalEntry JournalEntryOfLastEdit(const GLWaveEdit& Editor);
+// Journals the editor's last edit, of the active document (called after each edit).
+void JournalLastEdit(Program& App);
+// Entry replayed onto the active document: true when it applied and, where
+// the entry says how many frames its edit put in (journals written before
+// that was kept do not), the replay changed the very frames the edit did.
+bool ReplayJournalEntry(GLWaveEdit& Editor, const JournalEntry& Entry);
 // Journals an effect just applied to the active document, over Span.
 void JournalEffect(Program& App, const GLWaveEdit::Effect& What, const GLWaveEdit::EffectSpan& Span);
 // Asks, for each journal a crashed run left (only those of OpenedPath when

@@ -83,6 +83,8 @@ std::string EntryLine(const JournalEntry& Entry)
                            {"end", Entry.EndFrame},
                            {"percent", Entry.Percent},
                            {"inserted", Entry.Inserted.size()}};
+    if (Entry.InsertedFrames >= 0)
+        line["inserted_frames"] = Entry.InsertedFrames;
     if (Entry.Kind == "effect")
     {
         line["effect"] = Entry.Effect;
@@ -151,6 +153,7 @@ bool Journal::Read(const std::string& Path, FoundJournal& Out)
         entry.StartFrame = item.value("start", int64_t(0));
         entry.EndFrame = item.value("end", int64_t(0));
         entry.Percent = item.value("percent", 0.0);
+        entry.InsertedFrames = item.value("inserted_frames", int64_t(-1));
         entry.Effect = item.value("effect", std::string());
         entry.EffectA = item.value("a", 0.0);
         entry.EffectB = item.value("b", 0.0);

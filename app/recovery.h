@@ -13,6 +13,9 @@
 //
 // A journal file: one JSON header line, then one JSON line per edit; a paste's
 // line is followed by its frames as raw little-endian floats and a newline.
+// An edit's line: "kind", its frames "start" .. "end", "percent", the floats
+// that follow ("inserted"), the frames the edit put in their place
+// ("inserted_frames", missing from older journals), and an effect's fields.
 // An entry cut short by a crash ends the journal there.
 #pragma once
 
@@ -32,6 +35,9 @@ struct JournalEntry
     int64_t StartFrame = 0;
     int64_t EndFrame = 0;
     double Percent = 0.0;
+    // Frames the edit put in place of StartFrame .. EndFrame; -1 where the
+    // journal does not say (one written before it kept this).
+    int64_t InsertedFrames = -1;
     std::vector<float> Inserted;  // a paste's frames, interleaved stereo
     // Kind "effect": which, its two values, and whether it took the whole
     // document (no selection); replayed by running it again on the frames.

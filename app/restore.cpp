@@ -12,13 +12,6 @@
 
 namespace
 {
-constexpr double kRate = 48000.0;
-
-int64_t FrameAt(double Sec)
-{
-    return std::llround(Sec * kRate);
-}
-
 // The file a document's journal builds on: what it was opened from or last
 // saved to; "" for an untitled one.
 std::string JournalBase(const DocumentInfo& Info)
@@ -62,10 +55,7 @@ void ReplayOntoActive(Program& App, const FoundJournal& Found, const std::string
     GLWaveEdit& editor = *App.pEditor;
     size_t replayed = 0;
     for (const JournalEntry& entry : Found.Entries)
-        if (entry.Kind == "effect" ? editor.ApplyEffectToFrames({entry.Effect, entry.EffectA, entry.EffectB},
-                                                               {entry.StartFrame, entry.EndFrame, entry.bWhole})
-                                   : editor.ReplayEdit(entry.Kind, entry.StartFrame, entry.EndFrame, entry.Percent,
-                                                       entry.Inserted))
+        if (ReplayJournalEntry(editor, entry))
             ++replayed;
     App.Recovery.Adopt(editor.DocumentIdAt(editor.ActiveDocument()), Found);
     if (replayed == Found.Entries.size())
@@ -143,31 +133,55 @@ void Ask(Program& App, const FoundJournal& Found)
 }
 }  // namespace
 
-void JournalLastEdit(Program& App, size_t FramesBefore, double GainPercent)
+JournalEntry JournalEntryOfLastEdit(const GLWaveEdit& Editor)
+{
+    using Kind = GLWaveEdit::EditKind;
+    const GLWaveEdit::EditRecord& edit = Editor.LastEdit();
+    JournalEntry entry;
+    switch (edit.Kind)
+    {
+    case Kind::Cut: entry.Kind = "cut"; break;
+    case Kind::Delete: entry.Kind = "delete"; break;
+    case Kind::Paste: entry.Kind = "paste"; break;
+    case Kind::Gain: entry.Kind = "gain"; break;
+    case Kind::Undo: entry.Kind = "undo"; break;
+    case Kind::Redo: entry.Kind = "redo"; break;
+    case Kind::Effect: return entry;  // JournalEffect's, with what a replay needs
+    }
+    entry.StartFrame = edit.StartFrame;
+    entry.EndFrame = edit.StartFrame + edit.RemovedFrames;
+    entry.InsertedFrames = edit.InsertedFrames;
+    entry.Percent = edit.Percent;
+    if (edit.Kind == Kind::Paste)
+    {
+        const float* const first = Editor.ActiveFrames().data() + edit.StartFrame * kDocumentChannels;
+        LargeBuffer::AssignFloats(entry.Inserted, first, first + edit.InsertedFrames * kDocumentChannels);
+    }
+    return entry;
+}
+
+void JournalLastEdit(Program& App)
 {
     GLWaveEdit& editor = *App.pEditor;
-    const Program::EditReport& edit = App.LastEdit;
-    JournalEntry entry;
-    entry.Kind = edit.Action.rfind("gain", 0) == 0 ? "gain" : edit.Action;
-    entry.StartFrame = FrameAt(edit.StartSec);
-    entry.EndFrame = FrameAt(edit.EndSec);
-    entry.Percent = GainPercent;
-    if (entry.Kind == "cut" || entry.Kind == "delete")
-        entry.EndFrame = std::min<int64_t>(entry.EndFrame, static_cast<int64_t>(FramesBefore / 2));
-    if (entry.Kind == "paste")
-    {
-        // The span is what went in; what it replaced is the change in length short of that.
-        const std::vector<float>& frames = editor.ActiveFrames();
-        const int64_t inserted = entry.EndFrame - entry.StartFrame;
-        const int64_t grownBy = static_cast<int64_t>(frames.size() / 2) - static_cast<int64_t>(FramesBefore / 2);
-        LargeBuffer::AssignFloats(entry.Inserted, frames.data() + entry.StartFrame * 2, frames.data() + entry.EndFrame * 2);
-        entry.EndFrame = entry.StartFrame + (inserted - grownBy);
-    }
-    else if (entry.Kind != "cut" && entry.Kind != "delete" && entry.Kind != "gain" && entry.Kind != "undo" &&
-             entry.Kind != "redo")
+    JournalEntry entry = JournalEntryOfLastEdit(editor);
+    if (entry.Kind.empty())
         return;
     const uint64_t id = editor.DocumentIdAt(editor.ActiveDocument());
     App.Recovery.Record(id, JournalBase(App.Docs.Info(id)), std::move(entry));
+}
+
+bool ReplayJournalEntry(GLWaveEdit& Editor, const JournalEntry& Entry)
+{
+    const bool applied =
+        Entry.Kind == "effect"
+            ? Editor.ApplyEffectToFrames({Entry.Effect, Entry.EffectA, Entry.EffectB},
+                                         {Entry.StartFrame, Entry.EndFrame, Entry.bWhole})
+            : Editor.ReplayEdit(Entry.Kind, Entry.StartFrame, Entry.EndFrame, Entry.Percent, Entry.Inserted);
+    if (!applied || Entry.InsertedFrames < 0)
+        return applied;
+    const GLWaveEdit::EditRecord& made = Editor.LastEdit();
+    return made.StartFrame == Entry.StartFrame && made.StartFrame + made.RemovedFrames == Entry.EndFrame &&
+           made.InsertedFrames == Entry.InsertedFrames;
 }
 
 void JournalEffect(Program& App, const GLWaveEdit::Effect& What, const GLWaveEdit::EffectSpan& Span)
@@ -177,6 +191,7 @@ void JournalEffect(Program& App, const GLWaveEdit::Effect& What, const GLWaveEdi
     entry.Kind = "effect";
     entry.StartFrame = Span.StartFrame;
     entry.EndFrame = Span.EndFrame;
+    entry.InsertedFrames = editor.LastEdit().InsertedFrames;
     entry.Effect = What.Name;
     entry.EffectA = What.A;
     entry.EffectB = What.B;

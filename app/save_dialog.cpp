@@ -9,12 +9,12 @@
 #include <filesystem>
 #include <memory>
 
+#include "audio_codec_internal.h"
 #include "glwaveedit.h"
 #include "program.h"
 
 namespace
 {
-constexpr const char* kExtensions[] = {".wav", ".flac", ".ogg", ".opus", ".mp3", ".m4a"};
 constexpr int kRates[] = {44100, 48000, 96000};
 constexpr int kBitrates[] = {96, 128, 160, 192, 256, 320};
 const ImVec4 kWarningColour(1.0f, 0.75f, 0.35f, 1.0f);
@@ -49,10 +49,11 @@ void DrawContainer(SaveChoices& C)
     const std::string current = Extension(C.Path);
     if (!ImGui::BeginCombo("Format", current.empty() ? "?" : current.substr(1).c_str()))
         return;
-    for (const char* ext : kExtensions)
+    for (const std::string& ext : WritableExtensions())
     {
         const std::string path = std::filesystem::path(C.Path).replace_extension(ext).string();
-        const std::string label = std::string(ext + 1) + (IsLossyExtension(path) ? " (lossy)" : " (lossless)");
+        const std::string label =
+            ext.substr(1) + (IsWritablePath(path, WritableKind::Lossy) ? " (lossy)" : " (lossless)");
         if (ImGui::Selectable(WithSize(label, C, C.Format, path).c_str(), current == ext))
             C.Path = path;
     }
@@ -161,7 +162,7 @@ void AskSaveFormat(Program& App, uint64_t Id, const std::string& Path, SaveForma
     choices->Path = Path;
     choices->Format = info.Save;
     choices->Source = info.Source;
-    choices->Frames = App.pEditor->ActiveFrames().size() / 2;
+    choices->Frames = DocumentFrames(App.pEditor->ActiveFrames().size());
     const std::string warning = ChannelWarning(info.Source);
     PanelPrompt panel;
     panel.Title = "Save format";
@@ -181,7 +182,7 @@ void AskSaveFormat(Program& App, uint64_t Id, const std::string& Path, SaveForma
         DrawContainer(c);
         DrawRate(c);
         DrawChannels(c);
-        if (IsLossyExtension(c.Path))
+        if (IsWritablePath(c.Path, WritableKind::Lossy))
             DrawBitrate(c);
         else
             DrawDepth(c);

@@ -8,10 +8,10 @@
 #include "audio_codec_internal.h"
 #include "audio_decode.h"
 #include "audio_format_convert.h"
+#include "document_format.h"
 
 namespace
 {
-constexpr int kDocumentRateHz = 48000;
 // FLAC of music-like material is about this share of the PCM it holds.
 constexpr double kFlacShareOfPcm = 0.6;
 constexpr uint64_t kWavHeaderBytes = 44;
@@ -71,7 +71,7 @@ SourceFormat SourceFormatOf(const DecodedAudio& Audio)
     source.bLossy = Audio.bSourceLossy;
     source.BitrateKbps = Audio.SourceBitrateKbps;
     source.Frames = Audio.SourceFrames;
-    source.OpenedFrames = Audio.Frames.size() / 2;
+    source.OpenedFrames = DocumentFrames(Audio.Frames.size());
     return source;
 }
 
@@ -176,10 +176,4 @@ std::string ByteSizeText(uint64_t Bytes)
     else
         std::snprintf(text, sizeof text, "%.0f kB", static_cast<double>(Bytes) / 1e3);
     return text;
-}
-
-bool IsLossyExtension(const std::string& Path)
-{
-    const std::string ext = LowerExtension(Path);
-    return ext == ".mp3" || ext == ".ogg" || ext == ".opus" || ext == ".m4a";
 }

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string>
 
+#include "document_format.h"
+
 struct DecodedAudio;
 struct EncodeOptions;
 
@@ -31,7 +33,7 @@ struct SourceFormat
 // for integer samples, 32 for float, 0 for the container's default.
 struct SaveFormat
 {
-    int SampleRate = 48000;
+    int SampleRate = kDocumentRateHz;
     int Channels = 2;
     int Bits = 0;
     bool bDither = false;
@@ -66,6 +68,3 @@ uint64_t EstimatedBytes(const SaveFormat& Format, const std::string& Path, size_
 
 // "1.8 MB"
 std::string ByteSizeText(uint64_t Bytes);
-
-// True for the extensions of lossy formats (.mp3 .ogg .opus .m4a).
-bool IsLossyExtension(const std::string& Path);

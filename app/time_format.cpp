@@ -6,13 +6,13 @@
 #include <cstdlib>
 #include <algorithm>
 
+#include "document_format.h"
 #include "jobs.h"
 
 namespace
 {
 // Where the source's rate is not known (a new tab), the document's own.
-constexpr int kDocumentRate = 48000;
-int RateOr48k(int SourceRate) { return SourceRate > 0 ? SourceRate : kDocumentRate; }
+int RateOr48k(int SourceRate) { return SourceRate > 0 ? SourceRate : kDocumentRateHz; }
 
 long long SampleAt(double Seconds, int SourceRate)
 {

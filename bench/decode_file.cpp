@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "audio_decode.h"
+#include "document_format.h"
 #include "glwaveedit.h"
 
 int main(int ArgumentCount, char** Arguments)
@@ -47,11 +48,10 @@ int main(int ArgumentCount, char** Arguments)
             status = 1;
             continue;
         }
-        // 48000 frames of 2 floats per second.
         std::printf("%s: %s, %.3f s of audio in %.3f s", Arguments[i], audio.CodecName.c_str(),
-                    static_cast<double>(audio.Frames.size() / 2) / 48000.0, elapsed.count());
+                    DocumentSeconds(DocumentFrames(audio.Frames.size())), elapsed.count());
         if (audio.SecondHalfFromFrame > 0)
-            std::printf(", halves joined at %.3f s", static_cast<double>(audio.SecondHalfFromFrame) / 48000.0);
+            std::printf(", halves joined at %.3f s", DocumentSeconds(static_cast<int64_t>(audio.SecondHalfFromFrame)));
         std::printf("\n");
         if (playSec > 0.0)
         {

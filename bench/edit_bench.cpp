@@ -14,6 +14,7 @@
 #include <functional>
 #include <memory>
 
+#include "document_format.h"
 #include "gldeck_audio_player.h"
 #include "large_buffer.h"
 #include "loudness.h"
@@ -22,14 +23,14 @@
 namespace
 {
 constexpr double kHourSec = 3600.0;
-constexpr size_t kHourFrames = static_cast<size_t>(kHourSec * 48000);
+constexpr size_t kHourFrames = static_cast<size_t>(kHourSec * kDocumentRateHz);
 
 // An hour of a quiet ramp in a buffer reserved as the decoder reserves one.
 std::vector<float> HourOfFrames()
 {
     std::vector<float> frames;
-    LargeBuffer::ReserveFloats(frames, kHourFrames * 2);
-    frames.resize(kHourFrames * 2);
+    LargeBuffer::ReserveFloats(frames, kHourFrames * kDocumentChannels);
+    frames.resize(kHourFrames * kDocumentChannels);
     for (size_t i = 0; i < frames.size(); ++i)
         frames[i] = static_cast<float>(i % 1000) * 1e-4f;
     return frames;
@@ -127,7 +128,8 @@ void BM_LoudnessOfTheHour(benchmark::State& State)
     for (auto _ : State)
     {
         LoudnessFigures figures;
-        benchmark::DoNotOptimize(MeasureLoudness(frames.data(), static_cast<int64_t>(frames.size() / 2), 2, 48000, figures));
+        benchmark::DoNotOptimize(MeasureLoudness(frames.data(), DocumentFrames(frames.size()), kDocumentChannels,
+                                                 kDocumentRateHz, figures));
     }
 }
 

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "document_format.h"
 #include "large_buffer.h"
 #include "sdl_compat.h"
 #include "test_support.h"
@@ -20,7 +21,7 @@
 namespace
 {
 constexpr double kHourSec = 3600.0;
-constexpr size_t kHourFrames = static_cast<size_t>(kHourSec * 48000);
+constexpr size_t kHourFrames = static_cast<size_t>(kHourSec * kDocumentRateHz);
 constexpr int kWindowWidthPx = 1280;
 constexpr int kWindowHeightPx = 720;
 constexpr const char* kFontPath = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
@@ -62,8 +63,8 @@ struct RenderRig
         // Allocated as the program's decoder allocates what it decodes: huge
         // pages asked for before the first touch.
         std::vector<float> frames;
-        LargeBuffer::ReserveFloats(frames, kHourFrames * 2);
-        frames.resize(kHourFrames * 2);
+        LargeBuffer::ReserveFloats(frames, kHourFrames * kDocumentChannels);
+        frames.resize(kHourFrames * kDocumentChannels);
         uint32_t state = 12345;
         for (float& x : frames)
         {
@@ -157,7 +158,7 @@ void BM_SummaryBuildOfTheHour(benchmark::State& State)
     summary.MaxWorkers = WaveSummary::kMostWorkers;
     for (auto _ : State)
     {
-        summary.Build(frames.data(), static_cast<int64_t>(frames.size() / 2), 2);
+        summary.Build(frames.data(), DocumentFrames(frames.size()), kDocumentChannels);
         benchmark::DoNotOptimize(summary.FrameCount());
     }
 }

@@ -49,8 +49,8 @@ int main(int ArgumentCount, char** Arguments)
             std::string error;
             const std::vector<float>& frames = editor.ActiveFrames();
             const bool ok = converted.OutputRateHz > 0
-                                ? TarvikEncodeFloatAudioFileWith(Arguments[i], frames.data(), frames.size(), 48000, 2,
-                                                                 converted, &error)
+                                ? TarvikEncodeFloatAudioFileWith(Arguments[i], frames.data(), frames.size(),
+                                                                 kDocumentRateHz, kDocumentChannels, converted, &error)
                                 : editor.SaveToFile(Arguments[i], 192, &error);
             if (!ok)
             {

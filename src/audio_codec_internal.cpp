@@ -72,15 +72,23 @@ struct OutputFormat
     RateControl Control;
 };
 
+// The one list of what the encoder writes, lossless formats first; the
+// program's dialogs and usage text ask it through WritableExtensions.
 constexpr OutputFormat kOutputFormats[] = {
-    {".ogg", "ogg", "libvorbis", RateControl::Quality},
-    {".opus", "opus", "libopus", RateControl::Bitrate},
-    {".mp3", "mp3", "libmp3lame", RateControl::Bitrate},
     {".flac", "flac", "flac", RateControl::None},
     // 32-bit float keeps the editor's samples exactly, also beyond full scale.
     {".wav", "wav", "pcm_f32le", RateControl::None},
+    {".ogg", "ogg", "libvorbis", RateControl::Quality},
+    {".opus", "opus", "libopus", RateControl::Bitrate},
+    {".mp3", "mp3", "libmp3lame", RateControl::Bitrate},
     {".m4a", "ipod", "aac", RateControl::Bitrate},
 };
+
+bool IsOfKind(const OutputFormat& Format, WritableKind Kind)
+{
+    const bool bLossy = Format.Control != RateControl::None;
+    return Kind == WritableKind::Any || (Kind == WritableKind::Lossy) == bLossy;
+}
 
 const OutputFormat* FindOutputFormat(const std::string& Path)
 {
@@ -98,7 +106,7 @@ std::string UnsupportedExtensionText(const std::string& Path)
     const std::string extension = std::filesystem::path(Path).extension().string();
     const std::string what =
         extension.empty() ? "The file name has no extension" : "Unsupported audio file extension: " + extension;
-    return what + " (use .ogg, .opus, .mp3, .flac, .wav or .m4a).";
+    return what + " (use " + WritableExtensionsText(WritableKind::Any) + ").";
 }
 
 int BoundedBitrateKbps(int BitrateKbps)
@@ -734,4 +742,30 @@ bool TarvikEncodeFloatAudioFile(const std::string& Path, const std::vector<float
     options.BitrateKbps = BitrateKbps;
     return TarvikEncodeFloatAudioFileWith(Path, Samples.data(), Samples.size(), SampleRate, Channels, options,
                                           ErrorMessage);
+}
+
+// --- The formats written ---
+
+std::vector<std::string> WritableExtensions(WritableKind Kind)
+{
+    std::vector<std::string> extensions;
+    for (const OutputFormat& format : kOutputFormats)
+        if (IsOfKind(format, Kind))
+            extensions.push_back(format.Extension);
+    return extensions;
+}
+
+std::string WritableExtensionsText(WritableKind Kind, const char* Separator, const char* LastSeparator)
+{
+    const std::vector<std::string> extensions = WritableExtensions(Kind);
+    std::string text;
+    for (size_t i = 0; i < extensions.size(); ++i)
+        text += (i == 0 ? "" : i + 1 == extensions.size() ? LastSeparator : Separator) + extensions[i];
+    return text;
+}
+
+bool IsWritablePath(const std::string& Path, WritableKind Kind)
+{
+    const OutputFormat* format = FindOutputFormat(Path);
+    return format && IsOfKind(*format, Kind);
 }

@@ -67,3 +67,18 @@ bool TarvikEncodeFloatAudioFileWith(const std::string& Path, const float* Sample
 // The same with the default options and BitrateKbps.
 bool TarvikEncodeFloatAudioFile(const std::string& Path, const std::vector<float>& Samples, int SampleRate,
                                 int Channels, int BitrateKbps, std::string* ErrorMessage);
+
+// The formats written, one list in the encoder's hands, lossless ones first:
+// the program's dialogs and usage text ask it rather than keep their own.
+enum class WritableKind
+{
+    Any,
+    Lossless,  // FLAC, WAV: no bitrate
+    Lossy,     // a bitrate applies
+};
+// The extensions (lower case, with the dot) of the formats of Kind.
+std::vector<std::string> WritableExtensions(WritableKind Kind = WritableKind::Any);
+// ".flac, .wav, .ogg, .opus, .mp3 or .m4a": them joined for a message.
+std::string WritableExtensionsText(WritableKind Kind, const char* Separator = ", ", const char* LastSeparator = " or ");
+// Path's extension, in any case, is that of a format of Kind.
+bool IsWritablePath(const std::string& Path, WritableKind Kind = WritableKind::Any);

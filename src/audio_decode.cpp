@@ -49,12 +49,11 @@ extern "C" {
 #include <libswresample/swresample.h>
 }
 
+#include "document_format.h"
 #include "large_buffer.h"
 
 namespace
 {
-constexpr int kOutRate = 48000;
-constexpr int kOutChannels = 2;
 // Larger than FFmpeg's 32 KiB default: fewer read calls on an hour of audio.
 constexpr int kIoBufferBytes = 256 << 10;
 // Decoded frames in flight between the two threads: a few hundred
@@ -427,15 +426,15 @@ bool OpenResampler(DecodeSession& Session, std::string& OutMessage)
         return false;
     }
     AVChannelLayout outLayout;
-    av_channel_layout_default(&outLayout, kOutChannels);
+    av_channel_layout_default(&outLayout, kDocumentChannels);
     AVChannelLayout inputLayout = {};
     int rc = 0;
     if (Session.Codec->ch_layout.nb_channels > 0)
         rc = av_channel_layout_copy(&inputLayout, &Session.Codec->ch_layout);
     else
-        av_channel_layout_default(&inputLayout, kOutChannels);
+        av_channel_layout_default(&inputLayout, kDocumentChannels);
     if (rc >= 0)
-        rc = swr_alloc_set_opts2(&Session.Swr, &outLayout, AV_SAMPLE_FMT_FLT, kOutRate, &inputLayout,
+        rc = swr_alloc_set_opts2(&Session.Swr, &outLayout, AV_SAMPLE_FMT_FLT, kDocumentRateHz, &inputLayout,
                                  Session.Codec->sample_fmt, Session.Codec->sample_rate, 0, nullptr);
     av_channel_layout_uninit(&outLayout);
     av_channel_layout_uninit(&inputLayout);
@@ -676,13 +675,13 @@ public:
         const int samples = Frame->nb_samples - FromSample;
         const int rate = std::max(CodecRate, 1);
         const int64_t delay = swr_get_delay(Swr, rate);
-        const int64_t wanted = std::max<int64_t>(1, av_rescale_rnd(delay + samples, kOutRate, rate, AV_ROUND_UP));
+        const int64_t wanted = std::max<int64_t>(1, av_rescale_rnd(delay + samples, kDocumentRateHz, rate, AV_ROUND_UP));
         // One frame of room beyond the bound tells "more than allowed" from "all
         // of it" without changing what the resampler does below the bound.
         const size_t whole = FirstFloat + Written;
-        const int64_t allowed = static_cast<int64_t>((MaxFloats - std::min(MaxFloats, whole)) / kOutChannels) + 1;
-        const int room = static_cast<int>(std::min({wanted, allowed, int64_t(INT32_MAX / kOutChannels)}));
-        if (!EnsureRoom(Written + static_cast<size_t>(room) * kOutChannels, Failed))
+        const int64_t allowed = static_cast<int64_t>((MaxFloats - std::min(MaxFloats, whole)) / kDocumentChannels) + 1;
+        const int room = static_cast<int>(std::min({wanted, allowed, int64_t(INT32_MAX / kDocumentChannels)}));
+        if (!EnsureRoom(Written + static_cast<size_t>(room) * kDocumentChannels, Failed))
             return false;
         uint8_t* outData[1] = {reinterpret_cast<uint8_t*>(Data() + Written)};
         const int made = swr_convert(Swr, outData, room, InputFrom(Frame, FromSample), samples);
@@ -691,7 +690,7 @@ public:
             Failed.Set("Failed while resampling audio: " + FfmpegErrorText(made) + ".");
             return false;
         }
-        Written += static_cast<size_t>(made) * kOutChannels;
+        Written += static_cast<size_t>(made) * kDocumentChannels;
         InputSamples += samples;
         Faults.SetWritten(Writer, Written * sizeof(float));
         return WithinBound(Failed);
@@ -713,7 +712,7 @@ public:
         const int room = swr_get_out_samples(Swr, 0);
         if (room <= 0)
             return room == 0;
-        if (!EnsureRoom(Written + static_cast<size_t>(room) * kOutChannels, Failed))
+        if (!EnsureRoom(Written + static_cast<size_t>(room) * kDocumentChannels, Failed))
             return false;
         uint8_t* outData[1] = {reinterpret_cast<uint8_t*>(Data() + Written)};
         const int made = swr_convert(Swr, outData, room, nullptr, 0);
@@ -722,7 +721,7 @@ public:
             Failed.Set("Failed while resampling audio: " + FfmpegErrorText(made) + ".");
             return false;
         }
-        Written += static_cast<size_t>(made) * kOutChannels;
+        Written += static_cast<size_t>(made) * kDocumentChannels;
         TailFrames = static_cast<size_t>(made);
         Faults.SetWritten(Writer, Written * sizeof(float));
         return WithinBound(Failed);
@@ -1219,13 +1218,13 @@ constexpr size_t kWindowGapFloats = size_t(1) << 20;
 // The middle of the file in output floats: both halves know it before the seam.
 size_t MiddleFloat(const HalfPlan& Plan)
 {
-    return static_cast<size_t>(av_rescale(Plan.MiddleSample, kOutRate, Plan.SampleRate)) * kOutChannels;
+    return static_cast<size_t>(av_rescale(Plan.MiddleSample, kDocumentRateHz, Plan.SampleRate)) * kDocumentChannels;
 }
 
 // Where the second half's output starts in the first half's buffer.
 size_t WindowStartFloat(const HalfPlan& Plan, size_t SeamFrame)
 {
-    return std::max((SeamFrame + kSeamCheckFrames) * kOutChannels, MiddleFloat(Plan)) + kWindowGapFloats;
+    return std::max((SeamFrame + kSeamCheckFrames) * kDocumentChannels, MiddleFloat(Plan)) + kWindowGapFloats;
 }
 
 // The second half, on its own thread with its own file, demuxer, decoder and
@@ -1243,8 +1242,8 @@ void DecodeSecondHalfOrGiveUp(const HalfPlan& Plan, Prefaulter& Faults, SecondHa
     if (Plan.SampleRate <= 0 || !OpenSession(session, Plan.Path, 1, ignored) ||
         session.StreamIndex != Plan.StreamIndex || session.Codec->sample_rate != Plan.SampleRate)
         return;
-    const int64_t divisor = std::gcd<int64_t>(Plan.SampleRate, kOutRate);
-    const int64_t inputCycle = Plan.SampleRate / divisor, outputCycle = kOutRate / divisor;
+    const int64_t divisor = std::gcd<int64_t>(Plan.SampleRate, kDocumentRateHz);
+    const int64_t inputCycle = Plan.SampleRate / divisor, outputCycle = kDocumentRateHz / divisor;
     int64_t origin = 0, middle = 0, lead = 0;
     PacketRing ring;
     if (inputCycle > kMaxInputCycle || !FindOrigin(session, origin) ||
@@ -1259,14 +1258,14 @@ void DecodeSecondHalfOrGiveUp(const HalfPlan& Plan, Prefaulter& Faults, SecondHa
     Half.Seam.PacketPts = session.Packet->pts;
     Half.Seam.PacketSample = middle;
     Half.Seam.SeamFrame = static_cast<size_t>(RoundUpTo(middle, inputCycle) / inputCycle * outputCycle);
-    const size_t seamFloat = (Half.Seam.SeamFrame - Half.FirstFrame) * kOutChannels;
+    const size_t seamFloat = (Half.Seam.SeamFrame - Half.FirstFrame) * kDocumentChannels;
     OutputWindow window;
     const size_t windowFloat = WindowStartFloat(Plan, Half.Seam.SeamFrame);
     if (Half.pShared && windowFloat < Half.SharedFloats)
         window = {Half.pShared + windowFloat, Half.SharedFloats - windowFloat};
 
     Converter convert(session, *Half.pFrames, Faults, Plan.pControl->MaxDecodedBytes, 1,
-                      Half.FirstFrame * kOutChannels, window);
+                      Half.FirstFrame * kDocumentChannels, window);
     AVFrame* slot = session.Slots.front();
     bool bFeeding = false;
     int64_t toSkip = firstInput - lead, fed = 0;
@@ -1283,7 +1282,7 @@ void DecodeSecondHalfOrGiveUp(const HalfPlan& Plan, Prefaulter& Faults, SecondHa
                 ok = !session.Input.Cancelled() && convert.Convert(slot, CodecRate, Half.Failed, skip);
         }
         av_frame_unref(slot);
-        const size_t headEnd = seamFloat + kSeamCheckFrames * kOutChannels;
+        const size_t headEnd = seamFloat + kSeamCheckFrames * kDocumentChannels;
         if (ok && !Half.Seam.IsOffered() && convert.WrittenFloats() >= headEnd)
         {
             Half.Seam.Head.assign(convert.Data() + seamFloat, convert.Data() + headEnd);
@@ -1377,8 +1376,8 @@ size_t DecodeInHalves(const HalfPlan& Plan, DecodeSession& Session, Converter& C
         {
             // A frame that could reach the second half's window decides: no join.
             const size_t most = Convert.WrittenFloats() + kGrowFloats +
-                                static_cast<size_t>(av_rescale(slot->nb_samples + 4096, kOutRate, std::max(CodecRate, 1)) +
-                                                    1) * kOutChannels;
+                                static_cast<size_t>(av_rescale(slot->nb_samples + 4096, kDocumentRateHz, std::max(CodecRate, 1)) +
+                                                    1) * kDocumentChannels;
             if (most > MiddleFloat(Plan) + kWindowGapFloats)
             {
                 bDecided = true;
@@ -1388,10 +1387,10 @@ size_t DecodeInHalves(const HalfPlan& Plan, DecodeSession& Session, Converter& C
         const bool ok = !Session.Input.Cancelled() && Convert.Convert(slot, CodecRate, Failed);
         av_frame_unref(slot);
         if (!ok || bDecided || !seam.IsOffered() ||
-            Convert.WrittenFloats() < seam.SeamFrame * kOutChannels + seam.Head.size())
+            Convert.WrittenFloats() < seam.SeamFrame * kDocumentChannels + seam.Head.size())
             return ok;
         bDecided = true;
-        bJoined = bPositionRight && SameWithin(Convert.Data() + seam.SeamFrame * kOutChannels, seam.Head);
+        bJoined = bPositionRight && SameWithin(Convert.Data() + seam.SeamFrame * kDocumentChannels, seam.Head);
         if (!bJoined)
             endSecond();
         return !bJoined;
@@ -1407,12 +1406,12 @@ size_t DecodeInHalves(const HalfPlan& Plan, DecodeSession& Session, Converter& C
 // The second half's frames from the seam on start here in its output.
 size_t SeamFloatInHalf(size_t SeamFrame, const SecondHalf& Half)
 {
-    return (SeamFrame - Half.FirstFrame) * kOutChannels;
+    return (SeamFrame - Half.FirstFrame) * kDocumentChannels;
 }
 
 size_t JoinedFloats(size_t SeamFrame, const SecondHalf& Half)
 {
-    return SeamFrame * kOutChannels + Half.WrittenFloats - SeamFloatInHalf(SeamFrame, Half);
+    return SeamFrame * kDocumentChannels + Half.WrittenFloats - SeamFloatInHalf(SeamFrame, Half);
 }
 
 // The first half's frames up to the seam, then the second half's: moved down
@@ -1422,7 +1421,7 @@ bool JoinHalves(std::vector<float>& Frames, size_t SeamFrame, const SecondHalf& 
     OutMessage = Half.Failed.Get();
     if (!OutMessage.empty())
         return false;
-    Frames.resize(SeamFrame * kOutChannels);
+    Frames.resize(SeamFrame * kDocumentChannels);
     if (Half.WindowFloat > 0)
     {
         // Beyond the vector's end but within its room: inserting from there

@@ -33,8 +33,8 @@ double MeasureMonoSpread()
     SwrContext* swr = nullptr;
     AVChannelLayout mono = AV_CHANNEL_LAYOUT_MONO;
     AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
-    if (swr_alloc_set_opts2(&swr, &stereo, AV_SAMPLE_FMT_FLT, 48000, &mono, AV_SAMPLE_FMT_FLT, 48000, 0, nullptr) <
-            0 ||
+    if (swr_alloc_set_opts2(&swr, &stereo, AV_SAMPLE_FMT_FLT, kDocumentRateHz, &mono, AV_SAMPLE_FMT_FLT,
+                            kDocumentRateHz, 0, nullptr) < 0 ||
         swr_init(swr) < 0)
     {
         swr_free(&swr);

@@ -9,14 +9,16 @@
 #include <string>
 #include <vector>
 
+#include "document_format.h"
+
 struct SwrContext;
 
 struct FormatConversion
 {
-    int InputRateHz = 48000;
-    int InputChannels = 2;
-    int OutputRateHz = 48000;
-    int OutputChannels = 2;  // 1: the mean of the input's channels, times MonoScale
+    int InputRateHz = kDocumentRateHz;
+    int InputChannels = kDocumentChannels;
+    int OutputRateHz = kDocumentRateHz;
+    int OutputChannels = kDocumentChannels;  // 1: the mean of the input's channels, times MonoScale
     double MonoScale = 1.0;
     // 16 or 24: rounded to that many bits (the values stay float, on the
     // integer grid, so that the encoder's own conversion is exact). 0 leaves

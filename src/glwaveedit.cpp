@@ -1,7 +1,8 @@
 // GLWaveEdit: the editor's behaviour. Sections follow the class declaration:
 // Lifecycle, Documents, Import, Saving and window state, Waveform queries,
 // Time view, Plot layout, Transport, Playback sync, Selection, Clipboard
-// edits, Gain, Input. The render side lives in glwaveedit_render.cpp.
+// edits, Gain, Input. The render side lives in glwaveedit_render.cpp and
+// glwaveedit_wave_data.cpp.
 
 #include "glwaveedit.h"
 
@@ -10,6 +11,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 
 extern "C" {
@@ -29,10 +31,6 @@ extern "C" {
 #include "large_buffer.h"
 #include "sample_kernels.h"
 #include "sdl_compat.h"
-
-// The format of all decoded audio in the editor.
-const int kWaveEditSampleRate = 48000;
-const int kWaveEditChannels = 2;
 
 // Brings V into 0.0..1.0; anything not finite counts as 0.0.
 static double Clamp01(double V)
@@ -214,10 +212,10 @@ void GLWaveEdit::NewUntitledDocument()
     ++UntitledCounter;
     ExternalPeaks.clear();
     PcmFrames.clear();
-    PcmSampleRate = kWaveEditSampleRate;
-    PcmChannels = kWaveEditChannels;
-    ClipboardSampleRate = kWaveEditSampleRate;
-    ClipboardChannels = kWaveEditChannels;
+    PcmSampleRate = kDocumentRateHz;
+    PcmChannels = kDocumentChannels;
+    ClipboardSampleRate = kDocumentRateHz;
+    ClipboardChannels = kDocumentChannels;
     DurationSec = 0.0;
     CurrentTimeSec = 0.0;
     PreviewTimeSec = 0.0;
@@ -369,13 +367,13 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
     // data loggers at 500 Hz); a host that fears absurd headers refuses them
     // before they get here.
     AVChannelLayout outLayout;
-    av_channel_layout_default(&outLayout, kWaveEditChannels);
+    av_channel_layout_default(&outLayout, kDocumentChannels);
     AVChannelLayout inputLayout = {};
     if (res.CodecContext->ch_layout.nb_channels > 0)
         av_channel_layout_copy(&inputLayout, &res.CodecContext->ch_layout);
     else
-        av_channel_layout_default(&inputLayout, kWaveEditChannels);
-    const int rc = swr_alloc_set_opts2(&res.Swr, &outLayout, AV_SAMPLE_FMT_FLT, kWaveEditSampleRate, &inputLayout,
+        av_channel_layout_default(&inputLayout, kDocumentChannels);
+    const int rc = swr_alloc_set_opts2(&res.Swr, &outLayout, AV_SAMPLE_FMT_FLT, kDocumentRateHz, &inputLayout,
                                        res.CodecContext->sample_fmt, res.CodecContext->sample_rate, 0, nullptr);
     // The shape the resampler reads every frame in, fixed here.
     const int configuredChannels = inputLayout.nb_channels;
@@ -406,9 +404,9 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
             const int rate = std::max(res.CodecContext->sample_rate, 1);
             const int64_t delay = swr_get_delay(res.Swr, rate);
             const int dstSamples = std::max(
-                1, static_cast<int>(av_rescale_rnd(delay + res.Frame->nb_samples, kWaveEditSampleRate, rate,
+                1, static_cast<int>(av_rescale_rnd(delay + res.Frame->nb_samples, kDocumentRateHz, rate,
                                                    AV_ROUND_UP)));
-            convertBuffer.resize(static_cast<size_t>(dstSamples) * kWaveEditChannels);
+            convertBuffer.resize(static_cast<size_t>(dstSamples) * kDocumentChannels);
             uint8_t* outData[1] = {reinterpret_cast<uint8_t*>(convertBuffer.data())};
             // extended_data, not data: it has a plane for every channel.
             const int outSamples =
@@ -420,7 +418,7 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
                 av_frame_unref(res.Frame);
                 return false;
             }
-            const size_t floats = static_cast<size_t>(outSamples) * kWaveEditChannels;
+            const size_t floats = static_cast<size_t>(outSamples) * kDocumentChannels;
             // Where the header gave no duration the buffer still grows on
             // huge pages, doubling, rather than by the vector's own growth;
             // where that much cannot be had, the insert grows it as usual.
@@ -448,7 +446,7 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
         ok = receiveFrames();
     }
 
-    OutDurationSec = static_cast<double>(OutFrames.size() / kWaveEditChannels) / 48000.0;
+    OutDurationSec = DocumentSeconds(DocumentFrames(OutFrames.size()));
     if (!ok || OutFrames.empty())
     {
         if (ErrorMessage && ErrorMessage->empty())
@@ -478,8 +476,8 @@ void GLWaveEdit::SetExternalPeakWaveform(const std::string& Path, const std::vec
     if (decoded)
     {
         DurationSec = decodedDurationSec;
-        PcmSampleRate = kWaveEditSampleRate;
-        PcmChannels = kWaveEditChannels;
+        PcmSampleRate = kDocumentRateHz;
+        PcmChannels = kDocumentChannels;
         bUsePcmFrames = true;
     }
     else
@@ -1204,7 +1202,8 @@ void GLWaveEdit::RemoveSelectedFrames(const char* Action)
     const FrameRange range = FramesOfSpan(start, end, PcmSampleRate, frameCount);
     if (range.IsEmpty())
         return;
-    HistoryBeforeChange(range.StartFrame, range.EndFrame, 0);
+    const EditKind kind = std::strcmp(Action, "cut") == 0 ? EditKind::Cut : EditKind::Delete;
+    RecordEdit({kind, range.StartFrame, range.EndFrame - range.StartFrame, 0});
     PcmFrames.erase(PcmFrames.begin() + range.StartFrame * PcmChannels,
                     PcmFrames.begin() + range.EndFrame * PcmChannels);
     NoteFramesChanged(range.StartFrame, -1);
@@ -1252,8 +1251,8 @@ void GLWaveEdit::RequestPasteAtSelection()
     const FrameRange replaced = selected
                                     ? FramesOfSpan(SelectionStartSec(), SelectionEndSec(), PcmSampleRate, frameCount)
                                     : FrameRange{insertFrame, insertFrame};
-    HistoryBeforeChange(replaced.IsEmpty() ? insertFrame : replaced.StartFrame,
-                        replaced.IsEmpty() ? insertFrame : replaced.EndFrame, clipboardFrameCount);
+    RecordEdit({EditKind::Paste, replaced.IsEmpty() ? insertFrame : replaced.StartFrame,
+                replaced.IsEmpty() ? 0 : replaced.EndFrame - replaced.StartFrame, clipboardFrameCount});
     if (selected)
     {
         const FrameRange range = replaced;
@@ -1302,7 +1301,8 @@ bool GLWaveEdit::ApplyGainPercent(double Percent, std::string* ErrorMessage)
         return fail("Selected audio range is empty.");
 
     StopPlayback();
-    HistoryBeforeChange(range.StartFrame, range.EndFrame, range.EndFrame - range.StartFrame);
+    RecordEdit({EditKind::Gain, range.StartFrame, range.EndFrame - range.StartFrame,
+                range.EndFrame - range.StartFrame, Percent});
     // A gain beyond float range is held at FLT_MAX, so silence stays 0.0
     // instead of becoming 0 x inf = NaN; everything else clamps to full scale.
     const float gain = static_cast<float>(std::min(Percent / 100.0, static_cast<double>(FLT_MAX)));
@@ -1405,14 +1405,14 @@ void GLWaveEdit::HoldDrag(double MouseX, bool bLeftDown, bool bMiddleDown)
     {
         ApplySeekPositionRule(MouseX);
         SignalSeekPreview.emit(PreviewTimeSec);
-        root.SetChildWindowCursor(11);
+        root.SetChildWindowCursor(kCursorIBeam);
         root.MarkChildWindowProcessed();
     }
     if (ActiveDrag == DragSelect && bLeftDown)
     {
         SelectionEndValueSec = TimeForMouse(MouseX);
         EmitSelectionChanged();
-        root.SetChildWindowCursor(11);
+        root.SetChildWindowCursor(kCursorIBeam);
         root.MarkChildWindowProcessed();
     }
     if ((ActiveDrag == DragResizeSelectionStart || ActiveDrag == DragResizeSelectionEnd) && bLeftDown)
@@ -1420,7 +1420,7 @@ void GLWaveEdit::HoldDrag(double MouseX, bool bLeftDown, bool bMiddleDown)
         const double t = std::clamp(TimeForMouse(MouseX), 0.0, std::max(DurationSec, 0.0));
         (ActiveDrag == DragResizeSelectionStart ? SelectionStartValueSec : SelectionEndValueSec) = t;
         EmitSelectionChanged();
-        root.SetChildWindowCursor(5);
+        root.SetChildWindowCursor(kCursorSizeWE);
         root.MarkChildWindowProcessed();
     }
     if (ActiveDrag == DragPan && bMiddleDown)
@@ -1432,7 +1432,7 @@ void GLWaveEdit::HoldDrag(double MouseX, bool bLeftDown, bool bMiddleDown)
         ViewStartSec = DragAnchorViewStartSec + shiftSec;
         ViewEndSec = DragAnchorViewEndSec + shiftSec;
         ClampView();
-        root.SetChildWindowCursor(11);
+        root.SetChildWindowCursor(kCursorIBeam);
         root.MarkChildWindowProcessed();
     }
 }
@@ -1499,7 +1499,8 @@ void GLWaveEdit::MouseProcessing()
     if (inside && ActiveDrag == DragNone)
     {
         Tarvik& root = *p->pTarvik;
-        root.SetChildWindowCursor(IsOnSelectionEdge(HoverTimeSec, SelectionEdgeHitToleranceSec()) ? 5 : 11);
+        root.SetChildWindowCursor(IsOnSelectionEdge(HoverTimeSec, SelectionEdgeHitToleranceSec()) ? kCursorSizeWE
+                                                                                                 : kCursorIBeam);
         root.MarkChildWindowProcessed();
     }
 }
@@ -1601,9 +1602,9 @@ bool GLWaveEdit::HandleGlobalKey(int KeySym, bool ShiftMod, bool ControlMod, boo
     GLKeyAction action = GLKeyAction::None;
     switch (KeySym)
     {
-    case 32: action = GLKeyAction::Activate; break;      // space
-    case 102: action = GLKeyAction::SelectFirst; break;  // f
-    case 99: action = GLKeyAction::Cancel; break;        // c
+    case SDLK_SPACE: action = GLKeyAction::Activate; break;
+    case SDLK_F: action = GLKeyAction::SelectFirst; break;
+    case SDLK_C: action = GLKeyAction::Cancel; break;
     default: return false;
     }
     return GLDispatchKeyAction(action, [this](GLKeyAction Action) {

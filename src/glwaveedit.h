@@ -8,10 +8,15 @@
 // data between mirror and record. Leaving a document is always: store into
 // the record, stop playback, then change the mirror.
 //
-// Everything here runs on the thread that drives the child window; the only
-// other thread is the one inside GLDeckAudioPlayer, which plays its own copy
-// of the frames. A host that turns bRenderHelperThread on also gets a helper
-// for the length of a frame of a long view, which only reads.
+// Threads. The class is not thread-safe: a host calls it from one thread at a
+// time, though not always the same one (the program runs long edits and
+// RefreshWaveSummary on a worker while its frame thread leaves the editor
+// alone, and its save worker copies ActiveFrames() while no call changes
+// them). PrepareForAdoption needs no editor and runs on any thread. The
+// editor's own threads: the one inside GLDeckAudioPlayer, which plays its
+// own copy of the frames; with bRenderHelperThread on, a helper for the
+// length of a frame of a long view, which only reads; and the summary
+// workers PrepareForAdoption may start, which read only what it was given.
 //
 // Index of operations, in the order of the class (and of glwaveedit.cpp):
 //   Lifecycle         constructors, Init, Destroy, SourcePath
@@ -35,8 +40,10 @@
 //                     looped playback (glwaveedit_loop.cpp),
 //                     effects (glwaveedit_effects.cpp)
 //   Render side       Render, PlayPositionText, NiceTimeStep, FormatTimeLabel
-//                     (glwaveedit_render.cpp); the per-document waveform
-//                     summary it draws from (wave_summary.h)
+//                     (glwaveedit_render.cpp, drawing only); the waveform
+//                     data it draws, the per-document summaries and the
+//                     columns made from them (glwaveedit_wave_data.cpp,
+//                     wave_summary.h)
 #pragma once
 
 #include <cstdint>
@@ -48,6 +55,7 @@
 #include <nlohmann/json.hpp>
 
 #include "glchildwindow.h"
+#include "document_format.h"
 #include "glcolor.h"
 #include "signalslot.h"
 #include "wave_column_shader.h"
@@ -97,8 +105,8 @@ private:
         std::string SourceFilePath;        // path, or the name of an untitled document
         std::vector<float> ExternalPeaks;  // host's peaks, evenly over the document
         std::vector<float> PcmFrames;      // interleaved float frames
-        int PcmSampleRate = 48000;
-        int PcmChannels = 2;
+        int PcmSampleRate = kDocumentRateHz;
+        int PcmChannels = kDocumentChannels;
         double DurationSec = 0.0;
         double ViewStartSec = 0.0;
         double ViewEndSec = 1.0;
@@ -215,10 +223,10 @@ private:
     std::vector<float> PcmFrames;        // interleaved, PcmChannels per frame (mirror)
     std::vector<float> ClipboardFrames;  // one clipboard for all documents
     std::unique_ptr<GLDeckAudioPlayer> AudioPlayer;  // made on the first play
-    int PcmSampleRate = 48000;                       // (mirror)
-    int PcmChannels = 2;                             // (mirror)
-    int ClipboardSampleRate = 48000;
-    int ClipboardChannels = 2;
+    int PcmSampleRate = kDocumentRateHz;             // (mirror)
+    int PcmChannels = kDocumentChannels;             // (mirror)
+    int ClipboardSampleRate = kDocumentRateHz;
+    int ClipboardChannels = kDocumentChannels;
     bool bUseExternalPeaks = false;  // (mirror)
     bool bUsePcmFrames = false;      // (mirror)
     double HoverTimeSec = 0.0;       // time under the pointer, last inside value
@@ -273,9 +281,9 @@ public:
     // --- Documents ---
     void NewUntitledDocument();
     void CloseActiveDocument();
-    // Decodes Path (when not empty) to 48000 Hz stereo float and appends it as
-    // the active tab. A file that fails still gives a tab with Peaks and
-    // DurationSeconds.
+    // Decodes Path (when not empty) to the document format (48000 Hz stereo
+    // float, document_format.h) and appends it as the active tab. A file that
+    // fails still gives a tab with Peaks and DurationSeconds.
     void SetExternalPeakWaveform(const std::string& Path, const std::vector<float>& Peaks,
                                  double DurationSeconds);
     // The active document's frames through the encoder; the format follows
@@ -312,7 +320,7 @@ private:
     void InvalidateWaveCaches();
     // The active document's frames changed from FirstFrame up to EndFrame
     // (exclusive); EndFrame < 0: to the end, whose length may have changed.
-    // Keeps the render side's per-document summary current (render side).
+    // Keeps the per-document summary current (glwaveedit_wave_data.cpp).
     void NoteFramesChanged(int64_t FirstFrame, int64_t EndFrame);
 
 public:
@@ -427,7 +435,7 @@ public:
     // --- Extensions: adopting a decoded document (glwaveedit_adopt.cpp) ---
     // Appends a document decoded elsewhere, as SetExternalPeakWaveform does
     // after its own decode, with the same steps, state and signals. Frames are
-    // interleaved float at 48000 Hz, 2 channels, and are moved in, not copied;
+    // in the document format (document_format.h), and are moved in, not copied;
     // empty Frames give a tab without PCM, as a failed decode does.
     void AdoptDecodedDocument(const std::string& Path, std::vector<float>&& Frames);
     // Everything of an adoption that does not need the editor, made on any
@@ -465,6 +473,37 @@ public:
     uint64_t EditStateIdOf(uint64_t DocumentId) const;  // the same for any tab, by its id
     bool HistoryDroppedSteps() const;  // the active document lost its oldest steps to the cap
     size_t HistoryBytes() const;       // stored frames of all documents, in bytes
+
+    // --- Extensions: the edit record (glwaveedit_history.cpp) ---
+    // What the last edit of the frames did, exact to the frame: at StartFrame
+    // RemovedFrames frames gave way to InsertedFrames others (as many for an
+    // edit in place, such as a gain). Every edit makes one where it calls the
+    // history's hook, before the frames change, whether or not the history is
+    // on; a host that follows edits (the journal, playback kept in place,
+    // marks on the timeline) reads it rather than turning the seconds of
+    // SignalEditActionRequested back into frames.
+    enum class EditKind
+    {
+        Cut,
+        Delete,
+        Paste,
+        Gain,
+        Effect,  // any of ApplyEffect's
+        Undo,    // the step's record turned round: what it inserted goes, what it removed comes back
+        Redo,    // the step's record again
+    };
+    struct EditRecord
+    {
+        EditKind Kind = EditKind::Cut;
+        int64_t StartFrame = 0;
+        int64_t RemovedFrames = 0;
+        int64_t InsertedFrames = 0;
+        double Percent = 0.0;  // a gain's percent; 0 for the other kinds
+    };
+    // The record of the last edit of any document; valid from the edit's
+    // SignalEditActionRequested on. All zero before the first edit; a copy
+    // changes no frames and leaves it as it was.
+    const EditRecord& LastEdit() const;
 
     // --- Extensions: replaying a journalled edit (glwaveedit_replay.cpp) ---
     // Repeats one edit on the active document through the same operations
@@ -533,9 +572,12 @@ public:
     EffectSpan CurrentEffectSpan(const Effect& What) const;
 
 private:
-    // Called by every edit just before it turns the frames StartFrame ..
-    // OldEndFrame into NewFrames others; nothing while the history is off.
-    void HistoryBeforeChange(int64_t StartFrame, int64_t OldEndFrame, int64_t NewFrames);
+    // Called by every edit just before it changes the frames as Edit says:
+    // keeps Edit for LastEdit and hands it to the history's hook.
+    void RecordEdit(const EditRecord& Edit);
+    EditRecord LastEditRecord;
+    // The history's hook: nothing while the history is off.
+    void HistoryBeforeChange(const EditRecord& Edit);
     void HistoryForgetDocument(uint64_t DocumentId);
 
 public:
@@ -585,6 +627,9 @@ private:
         int64_t PendingEnd = 0;     // end of the change; < 0: to the end
         StashedColumns Stash;       // its columns while another tab is shown
     };
+    // Widest column count drawn; beyond it a column is narrower than a pixel
+    // on any real screen.
+    static constexpr int kMaxRenderColumns = 8192;
     std::vector<DocumentSummary> Summaries;
     uint64_t CachedSummaryId = 0;        // summary the columns were made from
     uint64_t CachedSummaryRevision = 0;
@@ -595,6 +640,7 @@ private:
     std::vector<WaveColumnShader::Column> ShaderColumns;  // lane-major, reused between frames
     double RenderLevelScale = 0.0;  // this frame's MonoSourceLevelProvider answer; 0: none
 
+    // The waveform data (glwaveedit_wave_data.cpp), no GL.
     bool IsPcmUsable() const;
     DocumentSummary* FindSummary(uint64_t DocumentId);
     const WaveSummary* CurrentSummary();
@@ -607,6 +653,7 @@ private:
     void StashColumns();
     bool TakeStashedColumns(DocumentSummary& Entry, int ColumnCount, double WidthPx);
 
+    // Drawing (glwaveedit_render.cpp).
     std::string FormatAxisTime(double TimeSec, double StepSec) const;
     double AxisTimeStep() const;
     int TextSizePx() const;

@@ -6,10 +6,6 @@
 #include "glwaveedit.h"
 #include "large_buffer.h"
 
-// The frames' format: what the editor's own decode gives.
-static constexpr int kAdoptedSampleRate = 48000;
-static constexpr int kAdoptedChannels = 2;
-
 // The mirror takes the frames as the editor's own decode would leave them.
 void GLWaveEdit::TakeAdoptedFrames(const std::string& Path, std::vector<float>&& Frames)
 {
@@ -20,14 +16,14 @@ void GLWaveEdit::TakeAdoptedFrames(const std::string& Path, std::vector<float>&&
     ExternalPeaks.clear();
     bUseExternalPeaks = false;
     // A half frame at the end cannot be played or edited; it goes.
-    Frames.resize(Frames.size() - Frames.size() % kAdoptedChannels);
+    Frames.resize(Frames.size() - Frames.size() % kDocumentChannels);
     PcmFrames = std::move(Frames);
     bUsePcmFrames = !PcmFrames.empty();
     if (bUsePcmFrames)
     {
-        DurationSec = static_cast<double>(PcmFrames.size() / kAdoptedChannels) / kAdoptedSampleRate;
-        PcmSampleRate = kAdoptedSampleRate;
-        PcmChannels = kAdoptedChannels;
+        DurationSec = DocumentSeconds(DocumentFrames(PcmFrames.size()));
+        PcmSampleRate = kDocumentRateHz;
+        PcmChannels = kDocumentChannels;
     }
     else
     {
@@ -45,12 +41,11 @@ GLWaveEdit::PreparedDocument GLWaveEdit::PrepareForAdoption(std::vector<float>&&
 {
     PreparedDocument prepared;
     prepared.Frames = std::move(Frames);
-    prepared.Frames.resize(prepared.Frames.size() - prepared.Frames.size() % kAdoptedChannels);
+    prepared.Frames.resize(prepared.Frames.size() - prepared.Frames.size() % kDocumentChannels);
     if (prepared.Frames.empty())
         return prepared;
     prepared.Summary.MaxWorkers = SummaryWorkers;
-    prepared.Summary.Build(prepared.Frames.data(), static_cast<int64_t>(prepared.Frames.size() / kAdoptedChannels),
-                           kAdoptedChannels);
+    prepared.Summary.Build(prepared.Frames.data(), DocumentFrames(prepared.Frames.size()), kDocumentChannels);
     return prepared;
 }
 

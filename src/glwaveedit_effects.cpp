@@ -249,7 +249,7 @@ bool GLWaveEdit::ApplyEffectToFrames(const Effect& What, const EffectSpan& Span,
     const int64_t oldLength = Span.EndFrame - Span.StartFrame;
 
     StopPlayback();
-    HistoryBeforeChange(Span.StartFrame, Span.EndFrame, newLength);
+    RecordEdit({EditKind::Effect, Span.StartFrame, oldLength, newLength});
     if (newLength == oldLength)
     {
         std::copy(result.begin(), result.end(), PcmFrames.begin() + Span.StartFrame * channels);

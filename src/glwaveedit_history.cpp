@@ -138,11 +138,23 @@ void GLWaveEdit::HistoryForgetDocument(uint64_t DocumentId)
 // Called by the edits just before they change the frames; the edit always
 // goes through once its hook has run.
 
-// The region StartFrame..OldEndFrame is about to become NewFrames long (a cut
-// or delete makes it empty, a gain keeps its length, a paste puts the
-// clipboard there).
-void GLWaveEdit::HistoryBeforeChange(int64_t StartFrame, int64_t OldEndFrame, int64_t NewFrames)
+void GLWaveEdit::RecordEdit(const EditRecord& Edit)
 {
+    LastEditRecord = Edit;
+    HistoryBeforeChange(Edit);
+}
+
+const GLWaveEdit::EditRecord& GLWaveEdit::LastEdit() const
+{
+    return LastEditRecord;
+}
+
+// The region at Edit.StartFrame is about to lose Edit.RemovedFrames frames to
+// Edit.InsertedFrames others (a cut or delete inserts none, a gain as many as
+// it removes, a paste the clipboard's); the step keeps the removed ones.
+void GLWaveEdit::HistoryBeforeChange(const EditRecord& Edit)
+{
+    const int64_t oldEndFrame = Edit.StartFrame + Edit.RemovedFrames;
     const uint64_t documentId = ActiveDocumentId();
     if (!pEditHistory || documentId == 0 || PcmChannels <= 0)
         return;
@@ -151,7 +163,7 @@ void GLWaveEdit::HistoryBeforeChange(int64_t StartFrame, int64_t OldEndFrame, in
     history.DropRedoTail(doc);
     // A step larger than the whole cap could not be kept: rather than copy
     // it only to drop it, the document's history ends here.
-    const size_t stepBytes = static_cast<size_t>(OldEndFrame - StartFrame) * PcmChannels * sizeof(float);
+    const size_t stepBytes = static_cast<size_t>(Edit.RemovedFrames) * PcmChannels * sizeof(float);
     if (stepBytes > history.CapBytes)
     {
         for (EditHistory::Step& step : doc.Steps)
@@ -165,11 +177,11 @@ void GLWaveEdit::HistoryBeforeChange(int64_t StartFrame, int64_t OldEndFrame, in
 
     EditHistory::Step step;
     step.Id = history.NextStepId++;
-    step.StartFrame = StartFrame;
-    step.OldFrames = OldEndFrame - StartFrame;
-    step.NewFrames = NewFrames;
-    LargeBuffer::AssignFloats(step.Held, PcmFrames.data() + StartFrame * PcmChannels,
-                              PcmFrames.data() + OldEndFrame * PcmChannels);
+    step.StartFrame = Edit.StartFrame;
+    step.OldFrames = Edit.RemovedFrames;
+    step.NewFrames = Edit.InsertedFrames;
+    LargeBuffer::AssignFloats(step.Held, PcmFrames.data() + Edit.StartFrame * PcmChannels,
+                              PcmFrames.data() + oldEndFrame * PcmChannels);
     step.Before = {ViewStartSec, ViewEndSec, SelectionStartValueSec, SelectionEndValueSec, true};
     history.TotalBytes += step.Bytes();
     doc.Steps.push_back(std::move(step));
@@ -218,6 +230,7 @@ bool GLWaveEdit::Undo()
     EditHistory::DocumentSteps& doc = history.PerDocument[ActiveDocumentId()];
     EditHistory::Step& step = doc.Steps[doc.Applied - 1];
 
+    LastEditRecord = {EditKind::Undo, step.StartFrame, step.NewFrames, step.OldFrames};
     history.TotalBytes -= step.Bytes();
     SwapRegion(PcmFrames, PcmChannels, step.StartFrame, step.NewFrames, step.Held);
     history.TotalBytes += step.Bytes();
@@ -246,6 +259,7 @@ bool GLWaveEdit::Redo()
     EditHistory::DocumentSteps& doc = history.PerDocument[ActiveDocumentId()];
     EditHistory::Step& step = doc.Steps[doc.Applied];
 
+    LastEditRecord = {EditKind::Redo, step.StartFrame, step.OldFrames, step.NewFrames};
     history.TotalBytes -= step.Bytes();
     SwapRegion(PcmFrames, PcmChannels, step.StartFrame, step.OldFrames, step.Held);
     history.TotalBytes += step.Bytes();

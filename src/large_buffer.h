@@ -14,6 +14,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "document_format.h"
+
 namespace LargeBuffer
 {
 constexpr size_t kHugePageBytes = size_t(2) << 20;
@@ -43,8 +45,8 @@ inline size_t CapacityWithHeadroom(size_t Floats)
     return Floats + Floats / 4;
 }
 
-// Room a decoding reserves for its 48 kHz stereo floats before the first
-// frame arrives, so that an hour of audio is laid out once rather than grown
+// Room a decoding reserves for its document floats before the first frame
+// arrives, so that an hour of audio is laid out once rather than grown
 // by doubling: what the container's duration says, with a margin, bounded by
 // three hours and by what the file's bytes can hold. At 6 kbit/s (750 bytes
 // a second) a byte decodes to 96000 / 750 = 128 floats, so a few hundred
@@ -55,8 +57,8 @@ inline double FloatsToReserveForDecoding(double DurationSec, int64_t FileBytes)
 {
     constexpr double kMaxReservedSec = 3.0 * 3600.0;
     constexpr double kMaxFloatsPerFileByte = 128.0;
-    constexpr double kRate = 48000.0, kChannels = 2.0;
-    double floats = (std::min(DurationSec, kMaxReservedSec) * 1.01 * kRate + kRate) * kChannels;
+    double floats =
+        (std::min(DurationSec, kMaxReservedSec) * 1.01 * kDocumentRateHz + kDocumentRateHz) * kDocumentChannels;
     if (FileBytes > 0)
         floats = std::min(floats, static_cast<double>(FileBytes) * kMaxFloatsPerFileByte);
     return floats;

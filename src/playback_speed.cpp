@@ -1,13 +1,16 @@
 #include "playback_speed.h"
 
+#include "gldeck_audio_player.h"
+
 #include <algorithm>
 
 #include <rubberband/RubberBandStretcher.h>
 
 namespace
 {
-constexpr int kRate = 48000;
-constexpr int kChannels = 2;
+// The player's output, which is what is stretched.
+constexpr int kRate = GLDeckAudioPlayer::kOutputSampleRate;
+constexpr int kChannels = GLDeckAudioPlayer::kOutputChannels;
 }  // namespace
 
 PlaybackStretcher::PlaybackStretcher(double Speed)

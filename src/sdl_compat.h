@@ -11,4 +11,9 @@
 #ifndef SDL_KMOD_SHIFT
 #define SDL_KMOD_SHIFT KMOD_SHIFT
 #endif
+// SDL3 spells the letter keys in capitals; their codes are the same.
+#ifndef SDLK_C
+#define SDLK_C SDLK_c
+#define SDLK_F SDLK_f
+#endif
 #endif

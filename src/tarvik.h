@@ -6,6 +6,11 @@
 
 class GLChildWindow;
 
+// The pointer shapes behind CursorCode, as the shell draws them.
+constexpr int kCursorDefault = 0;   // the arrow; the shell resets to it every frame
+constexpr int kCursorSizeWE = 5;    // left-right arrows: over a selection edge, or moving one
+constexpr int kCursorIBeam = 11;    // a text beam: elsewhere over the plot, and during a drag
+
 class Tarvik
 {
 public:

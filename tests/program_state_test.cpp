@@ -15,6 +15,7 @@
 #include "jobs.h"
 #include "long_edits.h"
 #include "options.h"
+#include "program.h"
 #include "session.h"
 #include "settings.h"
 #include "test_support.h"
@@ -303,4 +304,21 @@ TEST(BackgroundJobs, EditsRunInTheirOrderOffTheFrameThreadAndTheirEndIsSeen)
     EXPECT_EQ(ran, (std::vector<int>{0, 1, 2}));
     for (const std::thread::id& id : threads)
         EXPECT_NE(id, std::this_thread::get_id());
+}
+
+TEST(PlaybackAfterAnEdit, ThePositionFollowsTheAudioThroughACutAndAPasteAndStaysThroughAGain)
+{
+    GLWaveEdit editor;
+    editor.AdoptDecodedDocument("ramp.wav", RampFrames(4 * 48000, 1e-6f));
+    editor.SetHostedSelection(1.0, 1.5);
+    editor.RequestCutSelection();
+    EXPECT_DOUBLE_EQ(PositionAfterEdit(0.5, editor.LastEdit()), 0.5);
+    EXPECT_DOUBLE_EQ(PositionAfterEdit(1.2, editor.LastEdit()), 1.0);  // inside the cut: where it was
+    EXPECT_DOUBLE_EQ(PositionAfterEdit(3.0, editor.LastEdit()), 2.5);  // after it: 0.5 s earlier
+    editor.SetHostedSelection(2.0, 2.1);
+    editor.RequestPasteAtSelection();
+    EXPECT_DOUBLE_EQ(PositionAfterEdit(2.05, editor.LastEdit()), 2.0);
+    EXPECT_DOUBLE_EQ(PositionAfterEdit(3.0, editor.LastEdit()), 3.4);  // 3.0 + 0.5 pasted - 0.1 replaced
+    ASSERT_TRUE(editor.ApplyGainPercent(50.0));
+    EXPECT_DOUBLE_EQ(PositionAfterEdit(2.2, editor.LastEdit()), 2.2);  // in place: it stays
 }

@@ -8,7 +8,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 
+#include "program.h"
 #include "recovery.h"
 #include "test_support.h"
 
@@ -209,4 +211,62 @@ TEST(RecoveryJournal, EffectsComeBackFromTheirLinesSampleForSample)
     EXPECT_TRUE(Access::PcmFrames(replayed) == Access::PcmFrames(edited));
     EXPECT_FALSE(Access::PcmFrames(replayed) == original);
     journal.ForgetAll();
+}
+
+// Each line keeps its edit's frame record; a replay that does not change the
+// frames the record names does not count as restored, and a line written
+// before the records were kept still replays.
+TEST(RecoveryJournal, EditsReplayFromTheirFrameRecordsAndOlderLinesStillRestore)
+{
+    FreshStateHome("journal-records");
+    const std::vector<float> original = RampFrames(48000, 1e-5f);
+    GLWaveEdit edited;
+    edited.EnableEditHistory(64 << 20);
+    edited.AdoptDecodedDocument("ramp.wav", std::vector<float>(original));
+    Journal journal;
+    const auto edit = [&](const std::function<void()>& Make) {
+        Make();
+        journal.Record(1, "", JournalEntryOfLastEdit(edited));
+    };
+    edit([&] { edited.SetHostedSelection(0.25, 0.5); edited.RequestCutSelection(); });
+    edit([&] { edited.SetHostedSelection(0.1, 0.125); edited.RequestPasteAtSelection(); });
+    edit([&] { edited.ApplyGainPercent(50.0); });
+    edit([&] { edited.Undo(); });
+    journal.Flush();
+    std::vector<fs::path> files(fs::directory_iterator(Journal::Folder()), fs::directory_iterator());
+    ASSERT_EQ(files.size(), 1u);
+    FoundJournal found;
+    ASSERT_TRUE(Journal::Read(files[0].string(), found));
+    ASSERT_EQ(found.Entries.size(), 4u);
+    // The paste put the cut's 0.25 s = 12000 frames in place of 0.1..0.125 s,
+    // frames 4800..6000.
+    EXPECT_EQ(KindsOf({found.Entries[1]}), std::vector<std::string>{"paste 4800 6000"});
+    EXPECT_EQ(found.Entries[1].InsertedFrames, 12000);
+
+    GLWaveEdit replayed;
+    replayed.EnableEditHistory(64 << 20);
+    replayed.AdoptDecodedDocument("ramp.wav", std::vector<float>(original));
+    for (const JournalEntry& entry : found.Entries)
+        EXPECT_TRUE(ReplayJournalEntry(replayed, entry)) << entry.Kind;
+    EXPECT_TRUE(replayed.ActiveFrames() == edited.ActiveFrames());
+    journal.ForgetAll();
+
+    // A cut of frames 4800..9600 as journals wrote it before, and the same
+    // line with a record that a cut cannot make.
+    const std::string oldLine = R"({"end":9600,"inserted":0,"kind":"cut","percent":0.0,"start":4800})";
+    const std::string path = Journal::Folder() + "/older.journal";
+    std::ofstream(path) << R"({"base":"","glwaveedit_journal":1})" << "\n"
+                        << oldLine << "\n"
+                        << oldLine.substr(0, oldLine.size() - 1) << R"(,"inserted_frames":5})" << "\n";
+    ASSERT_TRUE(Journal::Read(path, found));
+    ASSERT_EQ(found.Entries.size(), 2u);
+    EXPECT_EQ(found.Entries[0].InsertedFrames, -1);
+    GLWaveEdit restored;
+    restored.AdoptDecodedDocument("ramp.wav", std::vector<float>(original));
+    EXPECT_TRUE(ReplayJournalEntry(restored, found.Entries[0]));
+    std::vector<float> cut = original;
+    cut.erase(cut.begin() + 4800 * 2, cut.begin() + 9600 * 2);
+    EXPECT_TRUE(restored.ActiveFrames() == cut);
+    EXPECT_FALSE(ReplayJournalEntry(restored, found.Entries[1]));
+    fs::remove(path);
 }
