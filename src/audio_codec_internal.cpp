@@ -47,13 +47,6 @@ constexpr int kOpusMaxKbpsPerChannel = 256;
 // resampler makes about this many frames from each slice of the input.
 constexpr int kSliceFrames = 4096;
 
-std::string FfmpegErrorText(int Code)
-{
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(Code, text, sizeof text);
-    return text;
-}
-
 // --- Formats ---
 
 enum class RateControl
@@ -734,4 +727,11 @@ bool TarvikEncodeFloatAudioFile(const std::string& Path, const std::vector<float
     options.BitrateKbps = BitrateKbps;
     return TarvikEncodeFloatAudioFileWith(Path, Samples.data(), Samples.size(), SampleRate, Channels, options,
                                           ErrorMessage);
+}
+
+std::string FfmpegErrorText(int Code)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(Code, text, sizeof text);
+    return text;
 }

@@ -67,3 +67,7 @@ bool TarvikEncodeFloatAudioFileWith(const std::string& Path, const float* Sample
 // The same with the default options and BitrateKbps.
 bool TarvikEncodeFloatAudioFile(const std::string& Path, const std::vector<float>& Samples, int SampleRate,
                                 int Channels, int BitrateKbps, std::string* ErrorMessage);
+
+// FFmpeg's words for one of its error codes ("Invalid data found when
+// processing input"), for the messages of everything here on FFmpeg.
+std::string FfmpegErrorText(int Code);
