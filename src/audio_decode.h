@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "audio_decode_core.h"
+
 struct DecodedAudio
 {
     // Interleaved float, 48000 Hz, 2 channels. Laid out once, on huge pages.
@@ -78,6 +80,10 @@ struct DecodeControl
     // from the start. Shorter files, or where that cannot be shown, are
     // decoded and resampled as a pipeline.
     double HalvesFromSec = 60.0;
+    // When not null: written at the end, the step of the editor's import at
+    // which the decoding failed (Step::None on success), or Step::OwnLimit
+    // for a limit of this decoder's own that the import lacks.
+    AudioDecodeCore::Step* pFailedStep = nullptr;
 };
 
 // FFmpeg sizes some allocations by what a file says: a WAV's INFO tags made a
