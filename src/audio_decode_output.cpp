@@ -119,7 +119,7 @@ size_t ReserveForDuration(std::vector<float>& Frames, const AVFormatContext* For
     const double floats = LargeBuffer::FloatsToReserveForDecoding(
         static_cast<double>(Format->duration) / AV_TIME_BASE, FileBytes);
     const size_t bounded = std::min<uint64_t>(static_cast<size_t>(floats), MaxDecodedBytes / sizeof(float) + 1);
-    LargeBuffer::ReserveFloats(Frames, bounded);
+    LargeBuffer::TryReserveFloats(Frames, bounded);
     return bounded;
 }
 

@@ -106,8 +106,9 @@ private:
 };
 
 // Room for the whole file from the container's duration and the file's size,
-// as the editor's import reserves it, and no more than the bound allows.
-// Returns the floats expected (0 when the container does not say): the
+// as the editor's import reserves it, and no more than the bound allows. Only
+// a wish, as there: where the room cannot be had the output grows as it
+// comes. Returns the floats expected (0 when the container does not say): a
 // reservation has headroom beyond.
 size_t ReserveForDuration(std::vector<float>& Frames, const AVFormatContext* Format, int64_t FileBytes,
                           uint64_t MaxDecodedBytes);
