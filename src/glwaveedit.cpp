@@ -407,6 +407,8 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
     const auto receiveFrames = [&]() {
         while (avcodec_receive_frame(res.CodecContext, res.Frame) == 0)
         {
+            // A frame in another shape than the resampler's (an MP3 that
+            // turns mono midway) is passed over like a damaged stretch.
             if (!conversion.Takes(*res.Frame))
             {
                 av_frame_unref(res.Frame);
