@@ -16,6 +16,7 @@
 #include <nlohmann/json.hpp>
 
 #include "audio_decode.h"
+#include "audio_decode_core.h"
 #include "core.h"
 #include "glwaveedit.h"
 #include "sdl_compat.h"
@@ -137,14 +138,31 @@ private:
     std::string Path;
 };
 
+// Float WAVs carry infinities and NaN: equal values agree whatever they are.
+bool SameSample(float A, float B, float Tolerance)
+{
+    return A == B || std::fabs(A - B) <= Tolerance || (std::isnan(A) && std::isnan(B));
+}
+
+void Differs(const char* What, const std::string& First, const std::string& Second)
+{
+    std::fprintf(stderr, "%s: \"%s\" / \"%s\"\n", What, First.c_str(), Second.c_str());
+    std::abort();
+}
+
 // The program's decoder on one thread and in halves (forced on any file that
 // says how long it is) must agree on the outcome, the message and every
 // sample: the second half is only ever joined where it gives what a decoding
-// from the start gives.
-void DecodeBothWays(const std::string& Path)
+// from the start gives. The editor's import must then fail at the same step,
+// or give the same frames, sample for sample, less the resampler's tail; a
+// file the program refuses by a limit of its own never reaches the editor.
+void DecodeEveryWay(const std::string& Path)
 {
+    using AudioDecodeCore::Step;
     DecodeControl oneThread, halves;
+    Step wholeStep = Step::None;
     oneThread.Threads = 1;
+    oneThread.pFailedStep = &wholeStep;
     halves.HalvesFromSec = 0.0;
     DecodedAudio whole, joined;
     std::string wholeError, joinedError;
@@ -152,14 +170,29 @@ void DecodeBothWays(const std::string& Path)
     const bool bJoined = DecodeAudioFile(Path, halves, joined, &joinedError);
     bool bSame = bWhole == bJoined && wholeError == joinedError && whole.Frames.size() == joined.Frames.size();
     for (size_t i = 0; bSame && i < whole.Frames.size(); ++i)
-        bSame = whole.Frames[i] == joined.Frames[i] || std::fabs(whole.Frames[i] - joined.Frames[i]) <= 1e-6f ||
-                (std::isnan(whole.Frames[i]) && std::isnan(joined.Frames[i]));  // float WAVs carry infinities and NaN
+        bSame = SameSample(whole.Frames[i], joined.Frames[i], 1e-6f);
     if (!bSame)
-    {
-        std::fprintf(stderr, "decoded in halves (seam at frame %zu) differs from one thread: %s / %s\n",
-                     joined.SecondHalfFromFrame, wholeError.c_str(), joinedError.c_str());
-        std::abort();
-    }
+        Differs(("decoded in halves (seam at frame " + std::to_string(joined.SecondHalfFromFrame) +
+                 ") differs from one thread").c_str(),
+                wholeError, joinedError);
+
+    if (wholeStep == Step::OwnLimit)
+        return;
+    std::vector<float> imported;
+    std::string importError;
+    const bool bImported = EditorImport::Decode(Path, imported, &importError);
+    const std::string expectedError = bWhole ? "" : EditorImport::FailureMessage(wholeStep);
+    if (bImported != bWhole || importError != expectedError)
+        Differs("the import's outcome differs from the program's decoder", importError,
+                bWhole ? "decoded" : wholeError);
+    const size_t commonFloats = whole.Frames.size() - whole.TailFrames * 2;
+    bSame = !bWhole || imported.size() == commonFloats;
+    for (size_t i = 0; bSame && i < imported.size(); ++i)
+        bSame = SameSample(imported[i], whole.Frames[i], 0.0f);
+    if (!bSame)
+        Differs("the import's frames differ from the program's decoder",
+                std::to_string(imported.size() / 2) + " frames",
+                std::to_string(commonFloats / 2) + " frames and a tail of " + std::to_string(whole.TailFrames));
 }
 }  // namespace
 
@@ -184,7 +217,7 @@ void DecodeOnce(const uint8_t* Data, size_t Size)
     static const bool bCapped = (CapFfmpegAllocations(), true);
     (void)bCapped;
     static ScratchFile scratch;
-    DecodeBothWays(scratch.Write(Data, Size));
+    DecodeEveryWay(scratch.Write(Data, Size));
 }
 
 // --- Promises ---

@@ -21,8 +21,10 @@ bool CheckPromises(const GLWaveEdit& Editor, const char* Where, bool bSelection 
 void ImportOnce(const uint8_t* Data, size_t Size);
 
 // The bytes as a file through the program's decoder, on one thread and in
-// halves (forced on any file that says how long it is); aborts unless both
-// give the same outcome, message and samples.
+// halves (forced on any file that says how long it is), and through the
+// editor's import; aborts unless the program's two give the same outcome,
+// message and samples, and the import fails at the same step or gives the
+// same frames (less the resampler's tail, which it leaves out).
 void DecodeOnce(const uint8_t* Data, size_t Size);
 
 // The bytes parsed as JSON (unparsable input is skipped) and restored through

@@ -47,13 +47,6 @@ constexpr int kOpusMaxKbpsPerChannel = 256;
 // resampler makes about this many frames from each slice of the input.
 constexpr int kSliceFrames = 4096;
 
-std::string FfmpegErrorText(int Code)
-{
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(Code, text, sizeof text);
-    return text;
-}
-
 // --- Formats ---
 
 enum class RateControl
@@ -768,4 +761,11 @@ bool IsWritablePath(const std::string& Path, WritableKind Kind)
 {
     const OutputFormat* format = FindOutputFormat(Path);
     return format && IsOfKind(*format, Kind);
+}
+
+std::string FfmpegErrorText(int Code)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(Code, text, sizeof text);
+    return text;
 }

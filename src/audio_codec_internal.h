@@ -82,3 +82,7 @@ std::vector<std::string> WritableExtensions(WritableKind Kind = WritableKind::An
 std::string WritableExtensionsText(WritableKind Kind, const char* Separator = ", ", const char* LastSeparator = " or ");
 // Path's extension, in any case, is that of a format of Kind.
 bool IsWritablePath(const std::string& Path, WritableKind Kind = WritableKind::Any);
+
+// FFmpeg's words for one of its error codes ("Invalid data found when
+// processing input"), for the messages of everything here on FFmpeg.
+std::string FfmpegErrorText(int Code);

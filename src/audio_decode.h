@@ -1,8 +1,10 @@
 // The program's decoder: one local audio file to interleaved float at 48000 Hz,
-// 2 channels, sample for sample what the editor's own import gives followed
-// by the resampler's tail (see TailFrames), but cancellable, with progress,
-// bounded, on both cores, and reading nothing but the file the user chose. Meant to run on a worker thread of the host; the
-// result goes to GLWaveEdit::AdoptDecodedDocument.
+// 2 channels, sample for sample what the editor's own import gives (both go
+// through the steps of audio_decode_core.h) followed by the resampler's tail
+// (see TailFrames), but cancellable, with progress, bounded in size and in
+// the rate it accepts, on both cores, and reading nothing but the file the
+// user chose. Meant to run on a worker thread of the host; the result goes to
+// GLWaveEdit::AdoptDecodedDocument.
 #pragma once
 
 #include <atomic>
@@ -10,6 +12,8 @@
 #include <map>
 #include <string>
 #include <vector>
+
+#include "audio_decode_core.h"
 
 struct DecodedAudio
 {
@@ -78,6 +82,10 @@ struct DecodeControl
     // from the start. Shorter files, or where that cannot be shown, are
     // decoded and resampled as a pipeline.
     double HalvesFromSec = 60.0;
+    // When not null: written at the end, the step of the editor's import at
+    // which the decoding failed (Step::None on success), or Step::OwnLimit
+    // for a limit of this decoder's own that the import lacks.
+    AudioDecodeCore::Step* pFailedStep = nullptr;
 };
 
 // FFmpeg sizes some allocations by what a file says: a WAV's INFO tags made a
@@ -87,10 +95,12 @@ struct DecodeControl
 void CapFfmpegAllocations();
 
 // Decodes the best audio stream of the local file Path (a plain path, never a
-// URL or protocol) into Out. A damaged stretch or a read error ends the audio
-// there, as in the editor's import. Returns false with a message for the user
-// in ErrorMessage (when not null) if the file is missing, not a regular file,
-// not audio, decodes to nothing, exceeds the bound, or opening is cancelled;
-// Out is then empty.
+// URL or protocol) into Out. As in the editor's import, a packet the decoder
+// refuses and a frame in another shape than the first (channels, sample
+// format) are passed over, and a read error ends the audio there. Returns
+// false with a message for the user in ErrorMessage (when not null) if the
+// file is missing, not a regular file, not audio, states a sample rate above
+// 100 MHz (which the import would convert, slowly), decodes to nothing,
+// exceeds the size bound, or opening is cancelled; Out is then empty.
 bool DecodeAudioFile(const std::string& Path, const DecodeControl& Control, DecodedAudio& Out,
                      std::string* ErrorMessage);

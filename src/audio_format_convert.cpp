@@ -1,5 +1,7 @@
 #include "audio_format_convert.h"
 
+#include "audio_codec_internal.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -18,13 +20,6 @@ constexpr int kMaxInputChannels = 8;
 // 16-bit file's noise; deeper files get its very-high-quality setting.
 constexpr int kSoxrPrecisionBits = 20;
 constexpr int kSoxrDeepPrecisionBits = 28;
-
-std::string ErrorText(int Code)
-{
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(Code, text, sizeof text);
-    return text;
-}
 
 // One mono sample through a resampler set up as the import sets up its own
 // (FFmpeg's defaults, mono in, stereo float out at the same rate).
@@ -96,7 +91,7 @@ bool FormatConverter::Open(const FormatConversion& Wanted, std::string& OutError
     if (rc < 0)
     {
         swr_free(&pResampler);
-        OutError = "Cannot set up the resampler: " + ErrorText(rc) + ".";
+        OutError = "Cannot set up the resampler: " + FfmpegErrorText(rc) + ".";
         return false;
     }
     return true;
@@ -153,7 +148,7 @@ bool FormatConverter::Resample(const float* Input, int Count, std::vector<float>
     const int room = swr_get_out_samples(pResampler, Count);
     if (room < 0)
     {
-        OutError = "Failed while resampling audio: " + ErrorText(room) + ".";
+        OutError = "Failed while resampling audio: " + FfmpegErrorText(room) + ".";
         return false;
     }
     std::vector<float>& buffer = Resampled;
@@ -163,7 +158,7 @@ bool FormatConverter::Resample(const float* Input, int Count, std::vector<float>
     const int made = swr_convert(pResampler, out, room, Input ? in : nullptr, Count);
     if (made < 0)
     {
-        OutError = "Failed while resampling audio: " + ErrorText(made) + ".";
+        OutError = "Failed while resampling audio: " + FfmpegErrorText(made) + ".";
         return false;
     }
     Emit(buffer.data(), static_cast<size_t>(made), Out);

@@ -23,6 +23,7 @@ extern "C" {
 }
 
 #include "audio_codec_internal.h"
+#include "audio_decode_core.h"
 #include "core.h"
 #include "gldeck_audio_player.h"
 #include "glgeometry.h"
@@ -331,90 +332,93 @@ void ReserveForDuration(std::vector<float>& Frames, const AVFormatContext* Forma
 }
 }  // namespace
 
+// The import's words for the step where a decoding failed.
+const char* EditorImport::FailureMessage(AudioDecodeCore::Step FailedStep)
+{
+    using AudioDecodeCore::Step;
+    switch (FailedStep)
+    {
+    case Step::OpenInput:
+        return "Failed to open audio file.";
+    case Step::ReadStreamInfo:
+        return "Failed to read audio stream info.";
+    case Step::FindStream:
+        return "No audio stream found.";
+    case Step::FindDecoder:
+        return "No decoder found for audio stream.";
+    case Step::AllocateDecoder:
+        return "Failed to allocate decoder.";
+    case Step::OpenDecoder:
+        return "Failed to open decoder.";
+    case Step::SetUpResampler:
+        return "Failed to configure audio resampler.";
+    case Step::AllocateBuffers:
+        return "Failed to allocate decode buffers.";
+    case Step::Resample:
+        return "Failed while resampling audio.";
+    case Step::None:
+    case Step::NothingDecoded:
+    case Step::OwnLimit:
+        break;
+    }
+    return "No decoded PCM audio produced.";
+}
+
 // Decodes the best audio stream of Path into interleaved float at 48000 Hz,
 // 2 channels. What was decoded before a damaged stretch or a read error counts
-// as the whole file.
+// as the whole file. The FFmpeg steps are those of the program's decoder
+// (audio_decode_core.h), so that the two agree frame for frame.
 static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<float>& OutFrames,
                                          double& OutDurationSec, std::string* ErrorMessage)
 {
-    const auto fail = [ErrorMessage](const char* Message) {
+    using AudioDecodeCore::Step;
+    const auto fail = [ErrorMessage](Step FailedStep) {
         if (ErrorMessage)
-            *ErrorMessage = Message;
+            *ErrorMessage = EditorImport::FailureMessage(FailedStep);
         return false;
     };
     OutFrames.clear();
     DecodeResources res;
 
-    if (avformat_open_input(&res.Format, Path.c_str(), nullptr, nullptr) < 0)
-        return fail("Failed to open audio file.");
-    if (avformat_find_stream_info(res.Format, nullptr) < 0)
-        return fail("Failed to read audio stream info.");
-    const int streamIndex = av_find_best_stream(res.Format, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
-    if (streamIndex < 0)
-        return fail("No audio stream found.");
-    const AVStream* stream = res.Format->streams[streamIndex];
-    const AVCodec* codec = avcodec_find_decoder(stream->codecpar->codec_id);
-    if (!codec)
-        return fail("No decoder found for audio stream.");
-    res.CodecContext = avcodec_alloc_context3(codec);
-    if (!res.CodecContext)
-        return fail("Failed to allocate decoder.");
-    if (avcodec_parameters_to_context(res.CodecContext, stream->codecpar) < 0 ||
-        avcodec_open2(res.CodecContext, codec, nullptr) < 0)
-        return fail("Failed to open decoder.");
+    int streamIndex = -1;
+    int code = 0;
+    const Step openFailure =
+        AudioDecodeCore::OpenStream(&res.Format, Path.c_str(), nullptr, &res.CodecContext, streamIndex, code);
+    if (openFailure != Step::None)
+        return fail(openFailure);
 
     // Any rate the resampler accepts is converted (SDR recordings at 2.4 MHz,
     // data loggers at 500 Hz); a host that fears absurd headers refuses them
     // before they get here.
-    AVChannelLayout outLayout;
-    av_channel_layout_default(&outLayout, kDocumentChannels);
-    AVChannelLayout inputLayout = {};
-    if (res.CodecContext->ch_layout.nb_channels > 0)
-        av_channel_layout_copy(&inputLayout, &res.CodecContext->ch_layout);
-    else
-        av_channel_layout_default(&inputLayout, kDocumentChannels);
-    const int rc = swr_alloc_set_opts2(&res.Swr, &outLayout, AV_SAMPLE_FMT_FLT, kDocumentRateHz, &inputLayout,
-                                       res.CodecContext->sample_fmt, res.CodecContext->sample_rate, 0, nullptr);
-    // The shape the resampler reads every frame in, fixed here.
-    const int configuredChannels = inputLayout.nb_channels;
-    const int configuredFormat = res.CodecContext->sample_fmt;
-    av_channel_layout_uninit(&outLayout);
-    av_channel_layout_uninit(&inputLayout);
-    if (rc < 0 || !res.Swr || swr_init(res.Swr) < 0)
-        return fail("Failed to configure audio resampler.");
+    AudioDecodeCore::Conversion conversion;
+    if (AudioDecodeCore::SetUpConversion(&res.Swr, *res.CodecContext, kDocumentRateHz, kDocumentChannels,
+                                         conversion) < 0)
+        return fail(Step::SetUpResampler);
 
     res.Packet = av_packet_alloc();
     res.Frame = av_frame_alloc();
     if (!res.Packet || !res.Frame)
-        return fail("Failed to allocate decode buffers.");
+        return fail(Step::AllocateBuffers);
 
     ReserveForDuration(OutFrames, res.Format);
     std::vector<float> convertBuffer;
     const auto receiveFrames = [&]() {
         while (avcodec_receive_frame(res.CodecContext, res.Frame) == 0)
         {
-            // A frame in another shape (an MP3 that turns from stereo to mono
-            // midway) would have the resampler read planes that are not
-            // there: it is passed over like a damaged stretch.
-            if (res.Frame->ch_layout.nb_channels != configuredChannels || res.Frame->format != configuredFormat)
+            // A frame in another shape than the resampler's (an MP3 that
+            // turns mono midway) is passed over like a damaged stretch.
+            if (!conversion.Takes(*res.Frame))
             {
                 av_frame_unref(res.Frame);
                 continue;
             }
-            const int rate = std::max(res.CodecContext->sample_rate, 1);
-            const int64_t delay = swr_get_delay(res.Swr, rate);
             const int dstSamples = std::max(
-                1, static_cast<int>(av_rescale_rnd(delay + res.Frame->nb_samples, kDocumentRateHz, rate,
-                                                   AV_ROUND_UP)));
+                1, static_cast<int>(conversion.RoomFor(res.CodecContext->sample_rate, res.Frame->nb_samples)));
             convertBuffer.resize(static_cast<size_t>(dstSamples) * kDocumentChannels);
-            uint8_t* outData[1] = {reinterpret_cast<uint8_t*>(convertBuffer.data())};
-            // extended_data, not data: it has a plane for every channel.
-            const int outSamples =
-                swr_convert(res.Swr, outData, dstSamples, const_cast<const uint8_t**>(res.Frame->extended_data),
-                            res.Frame->nb_samples);
+            const int outSamples = conversion.Convert(*res.Frame, 0, convertBuffer.data(), dstSamples);
             if (outSamples < 0)
             {
-                fail("Failed while resampling audio.");
+                fail(Step::Resample);
                 av_frame_unref(res.Frame);
                 return false;
             }
@@ -454,6 +458,12 @@ static bool DecodeAudioFileToFloatStereo(const std::string& Path, std::vector<fl
         return false;
     }
     return true;
+}
+
+bool EditorImport::Decode(const std::string& Path, std::vector<float>& OutFrames, std::string* ErrorMessage)
+{
+    double durationSec = 0.0;
+    return DecodeAudioFileToFloatStereo(Path, OutFrames, durationSec, ErrorMessage);
 }
 
 void GLWaveEdit::SetExternalPeakWaveform(const std::string& Path, const std::vector<float>& Peaks,

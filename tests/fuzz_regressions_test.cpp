@@ -54,8 +54,12 @@ std::vector<uint8_t> Bytes(const std::filesystem::path& Path)
 // wav-infinite-samples-false-difference: a float WAV holding infinities; the
 // harness's check that halves agree with one thread took inf - inf for a
 // difference. Equal values now agree whatever they are.
+// mp3-channel-change-decoders-disagree: MP3 frames in stereo, then mono, then
+// stereo again; the import passed over the mono ones and went on, the
+// program's decoder stopped at them. Both now pass over them.
 // Each input also goes through the program's decoder, whole and in halves,
-// which must agree and stay within the same bound.
+// which must agree with each other and with the import (the same frames, or
+// a failure at the same step), and stay within the same bound.
 // Every input here is a few KiB at most, so 16 MiB is far above any honest
 // buffer and far below the old reservation, and no replay may raise the
 // peak resident memory by 256 MiB.
