@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 #ifndef GLWE_PROGRAM_PATH
@@ -222,25 +221,6 @@ bool RunningProgram::WaitForExactTitle(const std::string& Text, double TimeoutSe
         SleepSeconds(0.1);
     }
     return false;
-}
-
-double RunningProgram::CpuSeconds() const
-{
-    std::ifstream in("/proc/" + std::to_string(Pid) + "/stat");
-    std::string line;
-    std::getline(in, line);
-    // Fields after the command name, which is in parentheses and may hold spaces.
-    std::istringstream fields(line.substr(line.rfind(')') + 2));
-    std::string field;
-    unsigned long long user = 0, system = 0;
-    for (int i = 3; i <= 15 && fields >> field; ++i)
-    {
-        if (i == 14)
-            user = std::stoull(field);
-        if (i == 15)
-            system = std::stoull(field);
-    }
-    return static_cast<double>(user + system) / sysconf(_SC_CLK_TCK);
 }
 
 bool RunningProgram::Xdotool(const std::string& Arguments)

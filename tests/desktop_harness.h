@@ -1,7 +1,6 @@
 // What the end-to-end tests of the desktop program share: an X server of
 // their own (Xvfb), the program started in it with a private home, real
-// input through xdotool, screenshots read back as pixels, and the program's
-// CPU time from /proc.
+// input through xdotool, and screenshots read back as pixels.
 #pragma once
 
 #include <sys/types.h>
@@ -55,8 +54,6 @@ public:
     bool WaitForTitle(const std::string& Text, double TimeoutSec);
     bool WaitForExactTitle(const std::string& Text, double TimeoutSec);
     std::string Title();
-    // CPU seconds (user + system) used so far.
-    double CpuSeconds() const;
     // xdotool with these arguments on the program's display.
     bool Xdotool(const std::string& Arguments);
     void Key(const std::string& Keys);  // e.g. "ctrl+s"

@@ -138,19 +138,63 @@ TEST_F(ThreeDocuments, SwitchingAwayAndBackKeepsABackwardSelectionAndStartsThePl
     EXPECT_TRUE(Editor.CurrentTimeSec == 0.5 && Access::Documents(Editor).size() == 3u && Log.Lines.empty());
 }
 
+TEST(AdoptedDocuments, ComeInAsADecodedFileDoesWithTheSameSignalsAndNoCopyOfTheFrames)
+{
+    TestHost host;
+    GLWaveEdit editor;
+    editor.NewUntitledDocument();
+    editor.SetHostedSelection(0.0, 0.0);
+    SignalLog log(editor);
+    std::vector<float> frames = RampFrames(24000, 1.0f);
+    const float* data = frames.data();
+    editor.AdoptDecodedDocument("/music/take.flac", std::move(frames));
+
+    EXPECT_EQ(log.Lines, (Lines{"active /music/take.flac"}));
+    EXPECT_EQ(editor.ActiveFrames().data(), data);  // moved in
+    EXPECT_TRUE(Access::bUsePcmFrames(editor) && !Access::bUseExternalPeaks(editor));
+    EXPECT_TRUE(editor.DurationSec == 0.5 && editor.ViewStartSec == 0.0 && editor.ViewEndSec == 0.5);  // 24000 / 48000
+    EXPECT_TRUE(editor.ActiveDocument() == 1 && editor.DocumentCount() == 2);
+    EXPECT_EQ(editor.DocumentPathAt(1), "/music/take.flac");
+    EXPECT_EQ(editor.DocumentPathAt(2), "");
+
+    // Ids stay with their tabs when another closes.
+    const uint64_t second = editor.DocumentIdAt(1);
+    EXPECT_NE(editor.DocumentIdAt(0), second);
+    editor.CloseDocumentAt(0);
+    EXPECT_EQ(editor.DocumentIdAt(0), second);
+    EXPECT_EQ(editor.DocumentIdAt(1), 0u);
+
+    // Left for another tab, a document's frames move into its record, uncopied.
+    editor.AdoptDecodedDocument("/music/b.flac", RampFrames(4800, 2.0f));
+    EXPECT_EQ(Access::RecordFrames(editor, 0).data(), data);
+    EXPECT_EQ(Access::RecordFrames(editor, 1), RampFrames(4800, 2.0f));
+
+    // Nothing decoded: a tab without PCM, as a failed decode gives.
+    editor.AdoptDecodedDocument("empty.wav", {});
+    EXPECT_FALSE(Access::bUsePcmFrames(editor));
+    EXPECT_EQ(editor.DurationSec, 0.0);
+}
+
 // Each document's frames exist once: the active one's are the mirror's, and
 // move into its record only when it is left. Random opens, new tabs,
 // switches (to the active tab too), closes, edits, undos and redos over up to
 // three documents are followed by a model that keeps every document's frames
-// apart, as if each store copied them; after every step each record holds
-// exactly the model's frames, and the active record holds none of its own.
-TEST(DocumentStore, RecordsHoldEveryDocumentsFramesOnceThroughRandomTabsAndEdits)
+// and history apart, as if each store copied them; after every step each
+// record holds exactly the model's frames, the active record holds none of
+// its own, and undo and redo lead back to the very frames and state ids
+// that each document had (the history belongs to its tab).
+TEST(DocumentStore, RecordsAndHistoriesHoldEveryDocumentsFramesThroughRandomTabsAndEdits)
 {
+    struct State
+    {
+        std::vector<float> Frames;
+        uint64_t Id = 0;  // the editor's state id; 0 as opened
+    };
     struct ModelDocument
     {
         std::string Path;
-        std::vector<float> Frames;
-        std::vector<std::vector<float>> Undo, Redo;
+        State Now;
+        std::vector<State> Undo, Redo;
     };
     for (const unsigned seed : {7u, 2024u})
     {
@@ -166,7 +210,7 @@ TEST(DocumentStore, RecordsHoldEveryDocumentsFramesOnceThroughRandomTabsAndEdits
         for (int step = 0; step < 1500; ++step)
         {
             ModelDocument& doc = docs[static_cast<size_t>(active)];
-            const int frames = static_cast<int>(doc.Frames.size() / 2);
+            const int frames = static_cast<int>(doc.Now.Frames.size() / 2);
             const int what = pick(10);
             const bool canEdit = frames >= 2;
             int a = canEdit ? pick(frames) : 0, b = canEdit ? pick(frames + 1) : 0;
@@ -175,17 +219,17 @@ TEST(DocumentStore, RecordsHoldEveryDocumentsFramesOnceThroughRandomTabsAndEdits
             b = std::max(b, a + 1);
             const auto select = [&] { editor.SetHostedSelection(a / 48000.0, b / 48000.0); };
             const auto edit = [&](std::vector<float> Next) {
-                doc.Undo.push_back(doc.Frames);
+                doc.Undo.push_back(doc.Now);
                 doc.Redo.clear();
-                doc.Frames = std::move(Next);
+                doc.Now = {std::move(Next), editor.EditStateId()};
             };
-            std::vector<float> next = doc.Frames;
+            std::vector<float> next = doc.Now.Frames;
             if (what == 0 && docs.size() < 3)
             {
                 // Ramps of their own scale: every document and frame differs.
                 const std::string path = "doc" + std::to_string(++opened) + ".wav";
                 std::vector<float> ramp = RampFrames(static_cast<size_t>(2000 + pick(4000)), 1e-5f * opened);
-                docs.push_back({path, ramp, {}, {}});
+                docs.push_back({path, {ramp, 0}, {}, {}});
                 editor.AdoptDecodedDocument(path, std::move(ramp));
                 active = static_cast<int>(docs.size()) - 1;
             }
@@ -244,27 +288,32 @@ TEST(DocumentStore, RecordsHoldEveryDocumentsFramesOnceThroughRandomTabsAndEdits
             else if (what == 8 && !doc.Undo.empty())
             {
                 ASSERT_TRUE(editor.Undo());
-                doc.Redo.push_back(doc.Frames);
-                doc.Frames = doc.Undo.back();
+                doc.Redo.push_back(doc.Now);
+                doc.Now = doc.Undo.back();
                 doc.Undo.pop_back();
             }
             else if (what == 9 && !doc.Redo.empty())
             {
                 ASSERT_TRUE(editor.Redo());
-                doc.Undo.push_back(doc.Frames);
-                doc.Frames = doc.Redo.back();
+                doc.Undo.push_back(doc.Now);
+                doc.Now = doc.Redo.back();
                 doc.Redo.pop_back();
             }
             const std::string where = "seed " + std::to_string(seed) + ", step " + std::to_string(step) + ", kind " +
                                       std::to_string(what);
             ASSERT_EQ(editor.DocumentCount(), static_cast<int>(docs.size())) << where;
             ASSERT_EQ(editor.ActiveDocument(), active) << where;
-            ASSERT_TRUE(Access::PcmFrames(editor) == docs[static_cast<size_t>(active)].Frames) << where;
+            const ModelDocument& now = docs[static_cast<size_t>(active)];
+            ASSERT_TRUE(editor.ActiveFrames() == now.Now.Frames) << where;
+            EXPECT_TRUE(editor.EditStateId() == now.Now.Id &&
+                        editor.DurationSec == static_cast<double>(now.Now.Frames.size() / 2) / 48000.0)
+                << where;
+            EXPECT_TRUE(editor.CanUndo() == !now.Undo.empty() && editor.CanRedo() == !now.Redo.empty()) << where;
             EXPECT_EQ(Access::Document(editor, active).PcmFrames.capacity(), 0u) << where;
             for (int i = 0; i < editor.DocumentCount(); ++i)
             {
                 ASSERT_EQ(Access::Document(editor, i).SourceFilePath, docs[static_cast<size_t>(i)].Path) << where;
-                ASSERT_TRUE(Access::RecordFrames(editor, i) == docs[static_cast<size_t>(i)].Frames) << where << ", tab " << i;
+                ASSERT_TRUE(Access::RecordFrames(editor, i) == docs[static_cast<size_t>(i)].Now.Frames) << where << ", tab " << i;
             }
         }
     }

@@ -166,10 +166,8 @@ TEST(RecoveryJournal, EffectsComeBackFromTheirLinesSampleForSample)
 {
     FreshStateHome("journal-effects");
     GLWaveEdit edited;
-    edited.NewUntitledDocument();
     const std::vector<float> original = RampFrames(48000, 1e-5f);
-    Access::PcmFrames(edited) = original;
-    edited.DurationSec = 1.0;
+    edited.AdoptDecodedDocument("ramp.wav", std::vector<float>(original));
     // Each effect as the program journals it: what it is and the frames it took.
     const std::vector<std::pair<GLWaveEdit::Effect, std::pair<double, double>>> steps = {
         {{"fade-in", 1, 0}, {0.1, 0.4}},   {{"highpass", 80, 0}, {0, 0}},     {{"loudness", -40, -1}, {0, 0}},
@@ -178,8 +176,7 @@ TEST(RecoveryJournal, EffectsComeBackFromTheirLinesSampleForSample)
     Journal journal;
     for (const auto& [what, selection] : steps)
     {
-        Access::SelectionStartValueSec(edited) = selection.first;
-        Access::SelectionEndValueSec(edited) = selection.second;
+        edited.SetHostedSelection(selection.first, selection.second);
         edited.CurrentTimeSec = 0.6;
         GLWaveEdit::EffectSpan span;
         std::string error;
@@ -199,14 +196,12 @@ TEST(RecoveryJournal, EffectsComeBackFromTheirLinesSampleForSample)
     ASSERT_TRUE(Journal::Read(files[0], found));
     ASSERT_EQ(found.Entries.size(), steps.size());
     GLWaveEdit replayed;
-    replayed.NewUntitledDocument();
-    Access::PcmFrames(replayed) = original;
-    replayed.DurationSec = 1.0;
+    replayed.AdoptDecodedDocument("ramp.wav", std::vector<float>(original));
     for (const JournalEntry& entry : found.Entries)
         ASSERT_TRUE(replayed.ApplyEffectToFrames({entry.Effect, entry.EffectA, entry.EffectB},
                                                  {entry.StartFrame, entry.EndFrame, entry.bWhole}))
             << entry.Effect;
-    EXPECT_TRUE(Access::PcmFrames(replayed) == Access::PcmFrames(edited));
-    EXPECT_FALSE(Access::PcmFrames(replayed) == original);
+    EXPECT_TRUE(replayed.ActiveFrames() == edited.ActiveFrames());
+    EXPECT_FALSE(replayed.ActiveFrames() == original);
     journal.ForgetAll();
 }

@@ -1,5 +1,7 @@
 #include "test_support.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -118,7 +120,10 @@ std::string MakeFfmpegFixture(const std::string& FileName, const std::string& Ar
     const std::string command = std::string("\"") + GLWE_FFMPEG_PATH + "\" -y -hide_banner -loglevel error " +
                                 Arguments + " \"" + path + "\"";
     if (std::system(command.c_str()) != 0)
+    {
+        ADD_FAILURE() << "the fixture could not be made: " << command;
         return "";
+    }
     std::ofstream(made) << FixtureStamp(path, Arguments);
     return path;
 }

@@ -87,10 +87,7 @@ struct GLWaveEditTestAccess
     GLWE_CALL(ExternalRangeForSpan)
     GLWE_CALL(WaveformRangeForSpan)
     GLWE_CALL(WaveformPeakForSpan)
-    GLWE_CALL(InvalidateWaveCaches)
     GLWE_CALL(UpdatePlotRect)
-    GLWE_CALL(HitTestDocumentTab)
-    GLWE_CALL(HitTestDocumentTabClose)
     GLWE_CALL(SyncPlaybackState)
     GLWE_CALL(DisplayedTimeSec)
     GLWE_CALL(EmitSelectionChanged)
@@ -131,5 +128,6 @@ void WriteFileBytes(const std::string& Path, const std::string& Bytes);
 // A scratch folder for this test binary, created on first use.
 std::string ScratchPath(const std::string& FileName);
 // Runs the ffmpeg program with Arguments (after "-y -hide_banner -loglevel error")
-// writing FileName in the scratch folder; returns its path, or "" on failure.
+// writing FileName in the scratch folder; returns its path, or "" after
+// recording the failure in the running test.
 std::string MakeFfmpegFixture(const std::string& FileName, const std::string& Arguments);

@@ -1,6 +1,6 @@
-// The render side's pure helpers: time axis steps, time labels, the waveform
-// columns drawn from the mix summary, and the text measure without a font;
-// and the threads a frame starts.
+// The render side's pure helpers: time axis steps, time labels and the text
+// measure without a font; and the threads a frame starts. The waveform
+// columns are checked against the span query in wave_summary_test.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -147,59 +147,6 @@ TEST(PlayPosition, KeepsTheWidthOfTheDurationWhilePlaying)
         EXPECT_EQ(editor.PlayPositionText(), c.Text);
         EXPECT_EQ(editor.PlayPositionText().size(), std::string(c.Text).size());
     }
-}
-
-// Three seconds of stereo at 48000 Hz whose channels differ, so the mix matters,
-// with one NaN that both sides must ignore.
-static void LoadSynthesisedSignal(GLWaveEdit& Editor)
-{
-    std::vector<float> frames(48000 * 3 * 2);
-    for (size_t f = 0; f < frames.size() / 2; ++f)
-    {
-        const double t = f / 48000.0;
-        frames[2 * f] = static_cast<float>(0.9 * std::sin(2.0 * M_PI * 5.0 * t) * t / 3.0);
-        frames[2 * f + 1] = static_cast<float>(0.4 * std::sin(2.0 * M_PI * 440.0 * t));
-    }
-    frames[2 * 70001] = std::numeric_limits<float>::quiet_NaN();
-    Access::PcmFrames(Editor) = std::move(frames);
-    Access::PcmSampleRate(Editor) = 48000;
-    Access::PcmChannels(Editor) = 2;
-    Access::bUsePcmFrames(Editor) = true;
-    Editor.DurationSec = 3.0;
-}
-
-static void ExpectColumnsMatchSpanQuery(GLWaveEdit& Editor, double StartSec, double EndSec, int Columns)
-{
-    Editor.ViewStartSec = StartSec;
-    Editor.ViewEndSec = EndSec;
-    ASSERT_TRUE(Access::RefreshRenderColumns(Editor, Columns, static_cast<double>(Columns)));
-    const auto& samples = Access::CachedRenderSamples(Editor);
-    ASSERT_EQ(samples.size(), static_cast<size_t>(Columns));
-    for (int i = 0; i < Columns; ++i)
-    {
-        const double t0 = StartSec + (static_cast<double>(i) / Columns) * (EndSec - StartSec);
-        const double t1 = StartSec + (static_cast<double>(i + 1) / Columns) * (EndSec - StartSec);
-        double minAmp = 0.0;
-        double maxAmp = 0.0;
-        ASSERT_TRUE(Access::ExternalRangeForSpan(Editor, t0, t1, minAmp, maxAmp));
-        EXPECT_EQ(samples[i].MinAmp, minAmp) << "column " << i;
-        EXPECT_EQ(samples[i].MaxAmp, maxAmp) << "column " << i;
-        EXPECT_DOUBLE_EQ(samples[i].TimeSec, (t0 + t1) * 0.5);
-    }
-}
-
-TEST(WaveColumns, AgreeWithTheSpanQueryFromSingleFramesToCoarseBlocksAndFollowChangedFrames)
-{
-    GLWaveEdit editor;
-    LoadSynthesisedSignal(editor);
-    ExpectColumnsMatchSpanQuery(editor, 1.4, 1.41, 300);    // 480 frames: a frame or two per column
-    ExpectColumnsMatchSpanQuery(editor, 0.1234, 2.9, 700);  // ~190 frames: ragged ends only
-    ExpectColumnsMatchSpanQuery(editor, 0.01, 3.0, 4);      // ~36000 frames: coarse blocks of 16384
-    ExpectColumnsMatchSpanQuery(editor, 0.0, 3.0, 50);      // 2880 frames: fine blocks
-    for (float& sample : Access::PcmFrames(editor))
-        sample *= 0.5f;
-    Access::InvalidateWaveCaches(editor);  // the columns cached for 0..3 s at 50 must not survive
-    ExpectColumnsMatchSpanQuery(editor, 0.0, 3.0, 50);
 }
 
 TEST(RenderThreads, AFrameOfALongViewStartsAHelperOnlyWhereTheHostTurnedItOn)

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <tuple>
 
 #include "test_support.h"
 #include "wave_summary.h"
@@ -246,6 +247,12 @@ TEST(EditorSummary, FollowsRandomEditsAndSurvivesSelectionChangesAndTabSwitches)
     ASSERT_EQ(back.size(), second.size());
     EXPECT_EQ(std::memcmp(back.data(), second.data(), back.size() * sizeof(float)), 0);  // NaNs too
     editor.ActivateDocument(0);
+    // Fixed views from a frame or two per column to coarse blocks of 16384.
+    for (const auto& [start, end, count] : {std::tuple{1.4, 1.41, 300}, {0.1234, 2.9, 700}, {0.01, 3.0, 4}, {0.0, 3.0, 50}})
+    {
+        editor.ViewStartSec = start, editor.ViewEndSec = end;
+        ExpectColumnsMatchSpanQuery(editor, count);
+    }
 
     for (int step = 0; step < 24; ++step)
     {
@@ -265,7 +272,7 @@ TEST(EditorSummary, FollowsRandomEditsAndSurvivesSelectionChangesAndTabSwitches)
             const WaveSummary* back = ActiveSummary(editor, &after);
             EXPECT_EQ(after, before);
             ASSERT_NE(back, nullptr);
-            ExpectMatchesScan(*back, Access::PcmFrames(editor), 2, random, 10);
+            ExpectMatchesScan(*back, editor.ActiveFrames(), 2, random, 10);
             // The columns it left with come back with it, as they were.
             ExpectColumnsMatchSpanQuery(editor, 300);
         }
@@ -294,7 +301,8 @@ TEST(EditorSummary, FollowsRandomEditsAndSurvivesSelectionChangesAndTabSwitches)
         }
         const WaveSummary* summary = ActiveSummary(editor);
         ASSERT_NE(summary, nullptr);
-        ExpectMatchesScan(*summary, Access::PcmFrames(editor), 2, random, 10);
+        ExpectMatchesScan(*summary, editor.ActiveFrames(), 2, random, 10);
+        ExpectColumnsMatchSpanQuery(editor, 97);  // the last view again: its cached columns are stale
         ExpectColumnsMatchSpanQuery(editor, random);
     }
     // A closed tab's summary goes with it.
