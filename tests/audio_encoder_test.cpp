@@ -78,11 +78,6 @@ struct RoundTrip
     const char* Signature;  // bytes near the start that name container or codec
 };
 
-void PrintTo(const RoundTrip& Trip, std::ostream* pOut)
-{
-    *pOut << Trip.Extension << " " << Trip.RateHz << " Hz " << Trip.Channels << " ch";
-}
-
 class AudioEncoderRoundTrip : public testing::TestWithParam<RoundTrip> {};
 
 TEST_P(AudioEncoderRoundTrip, ToneComesBackWithItsLengthAndLevel)

@@ -11,8 +11,6 @@
 
 #include "test_support.h"
 
-using Lines = std::vector<std::string>;
-
 TEST(AudioImport, FailedDecodingStillAppendsATabWithTheHostsPeaksAndDuration)
 {
     const std::string noise = ScratchPath("audio_import_noise.wav");
@@ -49,26 +47,6 @@ TEST(AudioImport, FailedDecodingStillAppendsATabWithTheHostsPeaksAndDuration)
     }
 }
 
-TEST(AudioImport, SamePathTwiceGivesTwoTabsAndThePreviousSelectionStaysInItsRecord)
-{
-    const std::string path = MakeFfmpegFixture("audio_import_twice.ogg",
-                                               "-f lavfi -i sine=frequency=440:duration=0.5 -c:a libvorbis");
-    GLWaveEdit editor;
-    SignalLog log(editor);
-    editor.AdoptDecodedDocument("first.wav", RampFrames(48000, 1e-5f));
-    editor.SetHostedSelection(0.3, 0.1);
-    log.Clear();
-    editor.SetExternalPeakWaveform(path, {0.5f}, 9.0);
-    editor.SetExternalPeakWaveform(path, {0.5f}, 9.0);
-    EXPECT_EQ(log.Lines, (Lines{"active " + path, "active " + path}));
-    ASSERT_TRUE(editor.DocumentCount() == 3 && editor.ActiveDocument() == 2);
-    EXPECT_EQ(Access::Document(editor, 0).SelectionEndSec, 0.3);
-    EXPECT_FALSE(Access::RecordFrames(editor, 1).empty());
-    EXPECT_EQ(Access::RecordFrames(editor, 1), Access::RecordFrames(editor, 2));
-    EXPECT_TRUE(Access::bUsePcmFrames(editor) && Access::bUseExternalPeaks(editor));
-    EXPECT_FALSE(editor.HasSelection());
-}
-
 TEST(AudioImport, RatesFarFromTheAudioBandAreResampledLikeAnyOther)
 {
     // A data logger at 500 Hz and an SDR recording at 2.4 MHz.
@@ -80,8 +58,8 @@ TEST(AudioImport, RatesFarFromTheAudioBandAreResampledLikeAnyOther)
             f.Name, "-f lavfi -i sine=frequency=50:sample_rate=" + std::to_string(f.Rate) + ":duration=" +
                         std::to_string(f.Seconds));
         GLWaveEdit editor;
-        editor.SetExternalPeakWaveform(path, {}, 0.0);
-        ASSERT_TRUE(Access::bUsePcmFrames(editor));
+        editor.SetExternalPeakWaveform(path, {0.5f}, 0.0);
+        ASSERT_TRUE(Access::bUsePcmFrames(editor) && Access::bUseExternalPeaks(editor));  // decoded, peaks kept
         // Less the resampler's tail, which it holds back: 16 input samples.
         EXPECT_NEAR(editor.DurationSec, f.Seconds, 16.0 / f.Rate + 0.001);
         EXPECT_GT(*std::max_element(editor.ActiveFrames().begin(), editor.ActiveFrames().end()), 0.05f);

@@ -190,15 +190,7 @@ FfmpegFigures MeasureWithFfmpeg(const std::string& RawPath)
 {
     const std::string command = std::string("\"") + GLWE_FFMPEG_PATH + "\" -hide_banner -nostats -f f32le -ar 48000 -ac 2 -i \"" +
                                 RawPath + "\" -af ebur128=peak=true -f null - 2>&1";
-    std::string text;
-    if (FILE* pipe = popen(command.c_str(), "r"))
-    {
-        char buffer[4096];
-        size_t got;
-        while ((got = fread(buffer, 1, sizeof(buffer), pipe)) > 0)
-            text.append(buffer, got);
-        pclose(pipe);
-    }
+    const std::string text = ShellOutput(command);
     FfmpegFigures out;
     const size_t summary = text.rfind("Summary:");
     if (summary == std::string::npos)

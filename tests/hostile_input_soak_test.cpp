@@ -3,15 +3,14 @@
 // huge values, broken window rectangles, a zero-sized screen, lying
 // providers and hundreds of tabs opened and closed while playing. After every
 // step the editor's promises are checked: a valid active tab, a clamped view
-// after a pass (the fuzz harness's check), records that agree with the mirror
-// after a store, and no sample beyond full scale after a gain. Crashes, hangs
+// after a pass (the fuzz harness's check) and no sample beyond full scale
+// after a gain. Crashes, hangs
 // and leaks show as a failed run (the ASan build runs this file too). Hostile
 // files and restored state are the fuzz targets' (fuzz/fuzz_harness.h).
 #include <gtest/gtest.h>
 
 #include <cfloat>
 #include <cmath>
-#include <cstring>
 #include <functional>
 #include <limits>
 #include <random>
@@ -27,17 +26,6 @@ constexpr double kInf = std::numeric_limits<double>::infinity();
 constexpr int kMaxTabs = 200;
 constexpr int kStepsPerRun = 4000;
 constexpr uint64_t kSeeds[] = {1, 0x5eed, 20240611, 77, 4242};
-
-// Bit for bit, so that a NaN copied into a record equals itself.
-template <typename T>
-bool SameBits(const T& A, const T& B)
-{
-    return std::memcmp(&A, &B, sizeof(T)) == 0;
-}
-bool SameFloats(const std::vector<float>& A, const std::vector<float>& B)
-{
-    return A.size() == B.size() && (A.empty() || std::memcmp(A.data(), B.data(), A.size() * sizeof(float)) == 0);
-}
 
 class Soak
 {
@@ -55,15 +43,15 @@ public:
     {
         using Action = std::pair<const char*, void (Soak::*)()>;
         static const Action kActions[] = {
-            {"pass", &Soak::Pass},          {"pass", &Soak::Pass},           {"pass", &Soak::Pass},
-            {"pass", &Soak::Pass},          {"click", &Soak::Click},         {"click", &Soak::Click},
-            {"event", &Soak::OtherEvent},   {"field", &Soak::SetField},
-            {"field", &Soak::SetField},     {"heal", &Soak::Heal},           {"heal", &Soak::Heal},
-            {"window", &Soak::BreakWindow}, {"screen", &Soak::BreakScreen},  {"providers", &Soak::SetProviders},
-            {"selection", &Soak::Selection}, {"seek", &Soak::Seek},          {"transport", &Soak::Transport},
-            {"edit", &Soak::Edit},          {"edit", &Soak::Edit},           {"history", &Soak::History},
-            {"gain", &Soak::Gain},          {"open", &Soak::Open},           {"open", &Soak::Open},
-            {"close", &Soak::Close},        {"switch", &Soak::Switch},       {"render", &Soak::RenderQueries}};
+            {"pass", &Soak::Pass},           {"pass", &Soak::Pass},          {"pass", &Soak::Pass},
+            {"pass", &Soak::Pass},           {"click", &Soak::Click},        {"click", &Soak::Click},
+            {"event", &Soak::OtherEvent},    {"field", &Soak::SetField},     {"field", &Soak::SetField},
+            {"heal", &Soak::Heal},           {"heal", &Soak::Heal},          {"window", &Soak::BreakWindow},
+            {"screen", &Soak::BreakScreen},  {"providers", &Soak::SetProviders}, {"selection", &Soak::Selection},
+            {"seek", &Soak::Seek},           {"transport", &Soak::Transport}, {"edit", &Soak::Edit},
+            {"edit", &Soak::Edit},           {"history", &Soak::History},    {"gain", &Soak::Gain},
+            {"open", &Soak::Open},           {"open", &Soak::Open},          {"close", &Soak::Close},
+            {"switch", &Soak::Switch},       {"render", &Soak::RenderQueries}};
         const Action& action = kActions[Pick(sizeof(kActions) / sizeof(kActions[0]))];
         Where = "step " + std::to_string(Index) + " (" + action.first + ")";
         (this->*action.second)();
@@ -232,14 +220,12 @@ private:
             [&] { Editor.RequestPasteAtSelection(); }, [&] { Editor.RequestDeleteSelection(); },
             [&] { Editor.Undo(); }, [&] { Editor.Redo(); }};
         calls[Pick(6)]();
-        CheckRecordAgreesAfterStore();
     }
     void History() { Editor.EnableEditHistory(Chance(0.3) ? 0 : Pick(4) * 1000000); }
     void Gain()
     {
         if (Editor.ApplyGainPercent(HostileDouble(Uniform(0.0, 400.0))))
             CheckFullScale();
-        CheckRecordAgreesAfterStore();
     }
     void Open()
     {
@@ -265,7 +251,6 @@ private:
             Editor.PlayFromCurrentPosition();
         }
         MaxTabsSeen = std::max(MaxTabsSeen, Editor.DocumentCount());
-        CheckRecordAgreesAfterStore();
     }
     void Close()
     {
@@ -278,13 +263,8 @@ private:
             while (Editor.DocumentCount() > 1 && Chance(0.95))
                 Editor.CloseDocumentAt(PickInt(Editor.DocumentCount()));
         }
-        CheckRecordAgreesAfterStore();
     }
-    void Switch()
-    {
-        Editor.ActivateDocument(PickInt(Editor.DocumentCount() + 4, -2));
-        CheckRecordAgreesAfterStore();
-    }
+    void Switch() { Editor.ActivateDocument(PickInt(Editor.DocumentCount() + 4, -2)); }
     void RenderQueries()
     {
         // The render side's column cache and labels, without a GL context.
@@ -303,26 +283,6 @@ private:
             << Where << ": active " << active << " of " << count;
         for (int i = 0; i < count; i += 1 + count / 8)
             EXPECT_NE(Editor.DocumentIdAt(i), 0u) << Where << ": tab " << i;
-    }
-
-    void CheckRecordAgreesAfterStore()
-    {
-        const int active = Editor.ActiveDocument();
-        if (active < 0)
-            return;
-        Access::StoreActiveDocument(Editor);
-        const auto& record = Access::Document(Editor, active);
-        EXPECT_TRUE(record.SourceFilePath == Editor.SourcePath() &&
-                    SameFloats(Access::RecordFrames(Editor, active), Editor.ActiveFrames()) &&
-                    SameFloats(record.ExternalPeaks, Access::ExternalPeaks(Editor)) &&
-                    record.PcmSampleRate == Editor.ActiveSampleRate() &&
-                    record.PcmChannels == Editor.ActiveChannels() && SameBits(record.DurationSec, Editor.DurationSec) &&
-                    SameBits(record.ViewStartSec, Editor.ViewStartSec) && SameBits(record.ViewEndSec, Editor.ViewEndSec) &&
-                    SameBits(record.SelectionStartSec, Access::SelectionStartValueSec(Editor)) &&
-                    SameBits(record.SelectionEndSec, Access::SelectionEndValueSec(Editor)) &&
-                    record.bUsePcmFrames == Access::bUsePcmFrames(Editor) &&
-                    record.bUseExternalPeaks == Access::bUseExternalPeaks(Editor))
-            << Where << ": the stored record differs from the mirror";
     }
 
     // After a gain the gained frames are within full scale. With a selection

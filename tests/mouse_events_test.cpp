@@ -8,7 +8,6 @@
 
 namespace
 {
-using Lines = std::vector<std::string>;
 
 // On a 1000 px screen with 8 px padding the tab bar runs across x -0.5..0.5
 // and, with no font (cell 12 px, tab band 26 px = 0.052), down from

@@ -37,6 +37,16 @@ JournalEntry Entry(const char* Kind, int64_t Start, int64_t End, std::vector<flo
     return entry;
 }
 
+// The journal in the folder, which must be the only file there.
+FoundJournal TheOneJournal()
+{
+    FoundJournal found;
+    const std::vector<fs::directory_entry> files(fs::directory_iterator(Journal::Folder()), {});
+    EXPECT_EQ(files.size(), 1u);
+    EXPECT_TRUE(!files.empty() && Journal::Read(files[0].path().string(), found));
+    return found;
+}
+
 std::vector<std::string> KindsOf(const std::vector<JournalEntry>& Entries)
 {
     std::vector<std::string> kinds;
@@ -123,14 +133,9 @@ TEST(RecoveryJournal, SaysEditsAreNotProtectedWhileItCannotWriteAndCatchesUpAfte
     journal.Flush();
     EXPECT_EQ(journal.Problem(), "");
     // Every waiting entry went down in order with the one that succeeded.
-    std::vector<std::string> files;
-    for (const auto& file : fs::directory_iterator(Journal::Folder()))
-        files.push_back(file.path().string());
-    ASSERT_EQ(files.size(), 1u);
-    FoundJournal written;
-    ASSERT_TRUE(Journal::Read(files[0], written));
+    const FoundJournal written = TheOneJournal();
     EXPECT_EQ(KindsOf(written.Entries), (std::vector<std::string>{"paste 0 0", "gain 0 100", "delete 3 4"}));
-    EXPECT_EQ(written.Entries[0].Inserted, pasted);
+    EXPECT_EQ(written.Entries.at(0).Inserted, pasted);
     journal.ForgetAll();
 }
 
@@ -188,12 +193,7 @@ TEST(RecoveryJournal, EffectsComeBackFromTheirLinesSampleForSample)
     journal.Flush();
     ASSERT_EQ(journal.Problem(), "");
 
-    std::vector<std::string> files;
-    for (const auto& file : fs::directory_iterator(Journal::Folder()))
-        files.push_back(file.path().string());
-    ASSERT_EQ(files.size(), 1u);
-    FoundJournal found;
-    ASSERT_TRUE(Journal::Read(files[0], found));
+    const FoundJournal found = TheOneJournal();
     ASSERT_EQ(found.Entries.size(), steps.size());
     GLWaveEdit replayed;
     replayed.AdoptDecodedDocument("ramp.wav", std::vector<float>(original));

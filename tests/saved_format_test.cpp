@@ -27,10 +27,7 @@ std::string Noise(int RateHz, double Seconds)
     return "-f lavfi -i '" + chain + "'";
 }
 
-std::string Program()
-{
-    return GLWE_PROGRAM_PATH;
-}
+const std::string kProgram = GLWE_PROGRAM_PATH;
 
 // Every sample of Path as FFmpeg decodes it at its own rate and channels, as
 // 32-bit integers (16- and 24-bit samples are exact in them).
@@ -59,7 +56,7 @@ std::string Save(const std::string& Source, const std::string& Out, const std::s
 {
     fs::remove(Out);
     const std::string command =
-        "'" + Program() + "' '" + Source + "' " + Steps + " --save '" + Out + "' 2>&1";
+        "'" + kProgram + "' '" + Source + "' " + Steps + " --save '" + Out + "' 2>&1";
     const std::string said = ShellOutput(command);
     return fs::exists(Out) ? "" : said;
 }
@@ -168,7 +165,7 @@ TEST_P(ResampledBack, KeepsLengthLevelAndSamples)
     const std::string cut = ScratchPath(std::string("cut-") + s.Name);
     ASSERT_EQ(Save(source, cut, "--select 1.0 2.0 --cut"), "");
     // A second save to the same name is refused without --overwrite.
-    EXPECT_NE(ShellOutput("'" + Program() + "' '" + source + "' --save '" + cut + "' 2>&1; echo rc=$?").find("rc=1"),
+    EXPECT_NE(ShellOutput("'" + kProgram + "' '" + source + "' --save '" + cut + "' 2>&1; echo rc=$?").find("rc=1"),
               std::string::npos);
     EXPECT_EQ(Probe(cut), s.Probed);
     const std::vector<int32_t> shorter = Samples(cut);
@@ -191,7 +188,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(SavedFormat, OptionsOverrideItAndMoreThanTwoChannelsAreSaidToBecomeStereo)
 {
     const std::string source = MakeFfmpegFixture("hi.flac", Noise(96000, 2.0) + " -ac 2 -c:a flac -sample_fmt s32");
-    EXPECT_NE(ShellOutput("'" + Program() + "' --info '" + source + "'").find("saves as: FLAC 24-bit, 96000 Hz, stereo"),
+    EXPECT_NE(ShellOutput("'" + kProgram + "' --info '" + source + "'").find("saves as: FLAC 24-bit, 96000 Hz, stereo"),
               std::string::npos);
     const std::string plain = ScratchPath("hi-16.wav"), dithered = ScratchPath("hi-16-dither.wav");
     ASSERT_EQ(Save(source, plain, "--rate 44100 --channels 1 --bits 16"), "");
@@ -211,7 +208,7 @@ TEST(SavedFormat, OptionsOverrideItAndMoreThanTwoChannelsAreSaidToBecomeStereo)
         MakeFfmpegFixture("surround.wav", Noise(48000, 1.0) + " -af 'pan=5.1|c0=c0|c1=c0|c2=c0|c3=c0|c4=c0|c5=c0' -c:a pcm_s16le");
     const std::string out = ScratchPath("surround-saved.wav");
     fs::remove(out);
-    const std::string said = ShellOutput("'" + Program() + "' '" + surround + "' --save '" + out + "' 2>&1");
+    const std::string said = ShellOutput("'" + kProgram + "' '" + surround + "' --save '" + out + "' 2>&1");
     EXPECT_NE(said.find("saved as stereo"), std::string::npos) << said;
     EXPECT_EQ(Probe(out), "pcm_s16le,s16,48000,2,N/A");
 }

@@ -94,7 +94,6 @@ struct GLWaveEditTestAccess
     GLWE_CALL(NiceTimeStep)
     GLWE_CALL(FormatTimeLabel)
     GLWE_CALL(FormatAxisTime)
-    GLWE_CALL(AxisTimeStep)
     GLWE_CALL(RefreshRenderColumns)
 #undef GLWE_CALL
 
@@ -107,11 +106,12 @@ using Access = GLWaveEditTestAccess;
 
 // Every signal of an editor as one ordered list of lines such as
 // "selection 1.000000 3.000000" or "edit cut 1.000000 2.000000".
+using Lines = std::vector<std::string>;
 class SignalLog
 {
 public:
     explicit SignalLog(GLWaveEdit& Editor);
-    std::vector<std::string> Lines;
+    ::Lines Lines;
     void Clear() { Lines.clear(); }
 };
 
@@ -131,3 +131,8 @@ std::string ScratchPath(const std::string& FileName);
 // writing FileName in the scratch folder; returns its path, or "" after
 // recording the failure in the running test.
 std::string MakeFfmpegFixture(const std::string& FileName, const std::string& Arguments);
+
+// Runs a shell command; its exit status.
+int RunShell(const std::string& Command);
+// The standard output of a shell command.
+std::string ShellOutput(const std::string& Command);

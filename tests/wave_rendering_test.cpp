@@ -1,5 +1,5 @@
-// The render side's pure helpers: time axis steps, time labels and the text
-// measure without a font; and the threads a frame starts. The waveform
+// The render side's pure helpers: time axis steps, axis labels and the play
+// position's text; and the threads a frame starts. The waveform
 // columns are checked against the span query in wave_summary_test.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -52,21 +52,6 @@ TEST(NiceTimeStep, PicksTheSmallestOneTwoFiveStepNotBelowTheRoughStep)
         EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, c[0]), c[1]) << c[0];
 }
 
-TEST(FormatTimeLabel, ReadsAsSecondsMinutesOrHoursByMagnitude)
-{
-    GLWaveEdit editor;
-    EXPECT_EQ(Access::FormatTimeLabel(editor, 0.0), "0s");
-    EXPECT_EQ(Access::FormatTimeLabel(editor, 0.1 + 0.2), "0.3s");  // 0.30000000000000004
-    EXPECT_EQ(Access::FormatTimeLabel(editor, 12.5), "12.5s");
-    EXPECT_EQ(Access::FormatTimeLabel(editor, 0.002), "0.002s");
-    EXPECT_EQ(Access::FormatTimeLabel(editor, 65.0), "1:05");
-    EXPECT_EQ(Access::FormatTimeLabel(editor, 65.5), "1:05.5");
-    EXPECT_EQ(Access::FormatTimeLabel(editor, 59.99996), "1:00");  // rounds to 60.0000 s
-    EXPECT_EQ(Access::FormatTimeLabel(editor, 3723.0), "1:02:03");  // 1 h 2 min 3 s
-    EXPECT_EQ(Access::FormatTimeLabel(editor, -2.0), "-2s");
-    EXPECT_EQ(Access::FormatTimeLabel(editor, std::numeric_limits<double>::infinity()), "--");
-}
-
 // Every label of one axis has the fields of the view's largest time and the
 // decimals of the step, rounded to them.
 TEST(AxisLabels, ShareOneFormatPerAxisAndRoundToTheirLastDigit)
@@ -90,38 +75,6 @@ TEST(AxisLabels, ShareOneFormatPerAxisAndRoundToTheirLastDigit)
         editor.ViewStartSec = 0.0;
         editor.ViewEndSec = c.ViewEndSec;
         EXPECT_EQ(Access::FormatAxisTime(editor, c.TimeSec, c.StepSec), c.Label) << c.TimeSec;
-    }
-}
-
-// Without a font a label measures 0.6 x 13 px per character, and a label
-// needs its width plus three text heights (39 px); the padding of 8 / 1000 on
-// an axis 2.0 wide is 4 px a side, so the plot is 992 px wide.
-TEST(AxisTimeStep, TakesFinerStepsWhileLabelsFitButNeverFewerThanDesired)
-{
-    TestHost host(1000, 600);
-    GLWaveEdit editor;
-    editor.X1 = -1.0, editor.Y1 = 1.0, editor.X2 = 1.0, editor.Y2 = -1.0;
-    Access::UpdatePlotRect(editor, false);
-    struct Case
-    {
-        double ViewEndSec;
-        int DesiredTicks;
-        double StepSec;
-    };
-    const Case cases[] = {
-        // 60 / 6 = 10 s; "1:00" is 31.2 + 39 px: 12 labels at 5 s fit (842 px), 30 at 2 s do not.
-        {60.0, 6, 5.0},
-        // 60 / 64 -> 1 s; 0.5 s would be 120 ticks, beyond the bound of 64.
-        {60.0, 64, 1.0},
-        // 3 / 6 = 0.5 s; "3.0s" at 0.2 s would be 15 labels, 1053 px: too many.
-        {3.0, 6, 0.5},
-    };
-    for (const Case& c : cases)
-    {
-        editor.ViewStartSec = 0.0;
-        editor.ViewEndSec = c.ViewEndSec;
-        editor.DesiredXTicks = c.DesiredTicks;
-        EXPECT_DOUBLE_EQ(Access::AxisTimeStep(editor), c.StepSec) << c.ViewEndSec << " " << c.DesiredTicks;
     }
 }
 
