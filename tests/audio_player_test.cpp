@@ -72,7 +72,7 @@ TEST(AudioPlayer, StartsIdleThenPlaysFromTheStartInRealTime)
     EXPECT_GT(previous, 1.5 + 0.05);  // 300 ms of wall time have passed
 }
 
-TEST(AudioPlayer, PauseHoldsThePositionAfterItsFadeAndResumeContinuesFromThere)
+TEST(AudioPlayer, PauseHoldsThePositionAfterItsFadeSeeksArriveAndResumeContinuesFromThere)
 {
     auto player = SilentPlayer();
     ASSERT_TRUE(player->PlayPcm(Silence(10.0, 48000, 2), 48000, 2, 0.0, nullptr));
@@ -88,28 +88,16 @@ TEST(AudioPlayer, PauseHoldsThePositionAfterItsFadeAndResumeContinuesFromThere)
     std::this_thread::sleep_for(milliseconds(100));
     EXPECT_EQ(player->CurrentSeconds(), held);
 
-    player->TogglePaused();
-    EXPECT_FALSE(player->IsPaused());
-    EXPECT_TRUE(WaitFor([&] { return player->CurrentSeconds() > held; }));
-    EXPECT_LT(player->CurrentSeconds(), held + 1.0);  // continued, not restarted or skipped
-}
-
-TEST(AudioPlayer, SeeksArriveWhilePlayingAndWhilePaused)
-{
-    auto player = SilentPlayer();
-    ASSERT_TRUE(player->PlayPcm(Silence(10.0, 48000, 2), 48000, 2, 0.0, nullptr));
-    player->SeekToSeconds(6.0);
-    EXPECT_TRUE(WaitFor([&] { return player->CurrentSeconds() >= 6.0; }));
-    EXPECT_LT(player->CurrentSeconds(), 7.0);
-
-    player->SetPaused(true);
+    player->SeekToSeconds(99.0);  // a seek while paused arrives, clamped to the end
+    EXPECT_TRUE(WaitFor([&] { return player->CurrentSeconds() == 10.0; }));
     player->SeekToSeconds(2.0);
     EXPECT_TRUE(WaitFor([&] { return player->CurrentSeconds() < 2.01; }));
-    EXPECT_GE(player->CurrentSeconds(), 2.0);
-    EXPECT_TRUE(player->IsPaused());
+    EXPECT_TRUE(player->IsPaused() && player->CurrentSeconds() >= 2.0);
 
-    player->SeekToSeconds(99.0);  // past the end: clamped to it
-    EXPECT_TRUE(WaitFor([&] { return player->CurrentSeconds() == 10.0; }));
+    player->TogglePaused();
+    EXPECT_FALSE(player->IsPaused());
+    EXPECT_TRUE(WaitFor([&] { return player->CurrentSeconds() > 2.0; }));
+    EXPECT_LT(player->CurrentSeconds(), 3.0);  // continued, not restarted or skipped
 }
 
 TEST(AudioPlayer, PlayDuringAPauseReplacesThePlaybackAndIsHeard)
@@ -142,27 +130,18 @@ TEST(AudioPlayer, EndOfTheAudioStopsPlayingAtItsLengthAfterThatMuchWallTime)
     EXPECT_DOUBLE_EQ(player->CurrentSeconds(), 0.5);
 }
 
-TEST(AudioPlayer, StopEndsPlayingOrPausedPlaybackBeforeItReturns)
-{
-    auto player = SilentPlayer();
-    ASSERT_TRUE(player->PlayPcm(Silence(10.0, 48000, 2), 48000, 2, 0.0, nullptr));
-    player->Stop();
-    EXPECT_FALSE(player->IsPlaying());
-
-    ASSERT_TRUE(player->PlayPcm(Silence(10.0, 48000, 2), 48000, 2, 0.0, nullptr));
-    player->SetPaused(true);
-    player->Stop();
-    EXPECT_FALSE(player->IsPlaying());
-    EXPECT_FALSE(player->IsPaused());
-    player->Stop();  // twice is harmless
-    EXPECT_FALSE(player->IsPlaying());
-}
-
-TEST(AudioPlayer, DestroyingAPlayingOrPausedPlayerJoinsItsThreadQuickly)
+// A hang guard, not a timing: destruction must not wait for the audio's end.
+TEST(AudioPlayer, StopAndDestructionEndPlayingOrPausedPlayback)
 {
     for (const bool bPause : {false, true})
     {
         auto player = SilentPlayer();
+        ASSERT_TRUE(player->PlayPcm(Silence(60.0, 48000, 2), 48000, 2, 0.0, nullptr));
+        player->SetPaused(bPause);
+        player->Stop();
+        EXPECT_FALSE(player->IsPlaying() || player->IsPaused()) << "paused: " << bPause;
+        player->Stop();  // twice is harmless
+        EXPECT_FALSE(player->IsPlaying());
         ASSERT_TRUE(player->PlayPcm(Silence(60.0, 48000, 2), 48000, 2, 0.0, nullptr));
         player->SetPaused(bPause);
         std::this_thread::sleep_for(milliseconds(30));

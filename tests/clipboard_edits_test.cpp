@@ -6,7 +6,6 @@
 
 namespace
 {
-using Lines = std::vector<std::string>;
 
 struct Rig
 {

@@ -1,5 +1,7 @@
 #include "desktop_harness.h"
 
+#include "test_support.h"
+
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -9,7 +11,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 #ifndef GLWE_PROGRAM_PATH
@@ -21,24 +22,15 @@ void SleepSeconds(double Sec)
     std::this_thread::sleep_for(std::chrono::duration<double>(Sec));
 }
 
-int RunShell(const std::string& Command)
+bool WaitUntil(const std::function<bool()>& Done, double TimeoutSec)
 {
-    const int status = std::system(Command.c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-std::string ShellOutput(const std::string& Command)
-{
-    std::string out;
-    if (FILE* pipe = popen(Command.c_str(), "r"))
+    for (double waited = 0.0; waited < TimeoutSec; waited += 0.05)
     {
-        char buffer[4096];
-        size_t got = 0;
-        while ((got = fread(buffer, 1, sizeof(buffer), pipe)) > 0)
-            out.append(buffer, got);
-        pclose(pipe);
+        if (Done())
+            return true;
+        SleepSeconds(0.05);
     }
-    return out;
+    return Done();
 }
 
 // --- VirtualDisplay ---
@@ -88,40 +80,57 @@ VirtualDisplay::~VirtualDisplay()
 
 // --- Screenshot ---
 
+bool Near(const Rgb& A, const Rgb& B, int Tolerance)
+{
+    return std::abs(A.R - B.R) <= Tolerance && std::abs(A.G - B.G) <= Tolerance && std::abs(A.B - B.B) <= Tolerance;
+}
+
 bool Screenshot::Take(const VirtualDisplay& Display)
 {
-    const std::string file = "/tmp/glwe-e2e-" + std::to_string(getpid()) + ".rgb";
-    const std::string size = ShellOutput("DISPLAY=" + Display.Name() + " xdotool getdisplaygeometry");
-    if (std::sscanf(size.c_str(), "%d %d", &Width, &Height) != 2)
-        return false;
-    if (RunShell("import -display " + Display.Name() + " -window root -depth 8 rgb:" + file + " 2>/dev/null") != 0)
-        return false;
-    std::ifstream in(file, std::ios::binary);
-    Rgb.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    std::remove(file.c_str());
-    return Rgb.size() == static_cast<size_t>(Width) * Height * 3;
+    return ReadPpm("import -display " + Display.Name() + " -window root -depth 8 ppm:- 2>/dev/null");
 }
 
-void Screenshot::At(int X, int Y, int& R, int& G, int& B) const
+bool Screenshot::Read(const std::string& ImagePath)
+{
+    return ReadPpm("convert '" + ImagePath + "' -depth 8 ppm:- 2>/dev/null");
+}
+
+// Binary PPM on the command's output: "P6 W H 255\n" then the RGB bytes.
+bool Screenshot::ReadPpm(const std::string& Command)
+{
+    FILE* pipe = popen(Command.c_str(), "r");
+    if (!pipe)
+        return false;
+    int maxValue = 0;
+    const bool bHeader = std::fscanf(pipe, "P6 %d %d %d", &Width, &Height, &maxValue) == 3 && maxValue == 255 &&
+                         std::fgetc(pipe) != EOF;
+    if (bHeader)
+    {
+        Bytes.resize(static_cast<size_t>(Width) * Height * 3);
+        Bytes.resize(std::fread(Bytes.data(), 1, Bytes.size(), pipe));
+    }
+    pclose(pipe);
+    return bHeader && Bytes.size() == static_cast<size_t>(Width) * Height * 3;
+}
+
+Rgb Screenshot::At(int X, int Y) const
 {
     const size_t at = (static_cast<size_t>(Y) * Width + X) * 3;
-    R = Rgb[at];
-    G = Rgb[at + 1];
-    B = Rgb[at + 2];
+    return Rgb{Bytes[at], Bytes[at + 1], Bytes[at + 2]};
 }
 
-int Screenshot::Count(int X1, int Y1, int X2, int Y2, int R, int G, int B, int Tolerance) const
+int Screenshot::Count(int X1, int Y1, int X2, int Y2, const std::function<bool(const Rgb&)>& Test) const
 {
     int count = 0;
     for (int y = std::max(Y1, 0); y < std::min(Y2, Height); ++y)
         for (int x = std::max(X1, 0); x < std::min(X2, Width); ++x)
-        {
-            int r = 0, g = 0, b = 0;
-            At(x, y, r, g, b);
-            if (std::abs(r - R) <= Tolerance && std::abs(g - G) <= Tolerance && std::abs(b - B) <= Tolerance)
-                ++count;
-        }
+            count += Test(At(x, y)) ? 1 : 0;
     return count;
+}
+
+int Screenshot::Count(int X1, int Y1, int X2, int Y2, const Rgb& Colour, int Tolerance) const
+{
+    return Count(X1, Y1, X2, Y2, [&](const Rgb& C) { return Near(C, Colour, Tolerance); });
 }
 
 // --- RunningProgram ---
@@ -186,13 +195,7 @@ bool RunningProgram::IsRunning()
 
 int RunningProgram::WaitForExit(double TimeoutSec)
 {
-    for (double waited = 0.0; waited < TimeoutSec; waited += 0.05)
-    {
-        if (!IsRunning())
-            return ExitStatus;
-        SleepSeconds(0.05);
-    }
-    return -1;
+    return WaitUntil([this] { return !IsRunning(); }, TimeoutSec) ? ExitStatus : -1;
 }
 
 std::string RunningProgram::Title()
@@ -202,45 +205,9 @@ std::string RunningProgram::Title()
     return title.substr(0, title.find('\n'));
 }
 
-bool RunningProgram::WaitForTitle(const std::string& Text, double TimeoutSec)
+bool RunningProgram::WaitForTitle(const std::string& Text, double TimeoutSec, bool bExact)
 {
-    for (double waited = 0.0; waited < TimeoutSec; waited += 0.1)
-    {
-        if (Title().find(Text) != std::string::npos)
-            return true;
-        SleepSeconds(0.1);
-    }
-    return false;
-}
-
-bool RunningProgram::WaitForExactTitle(const std::string& Text, double TimeoutSec)
-{
-    for (double waited = 0.0; waited < TimeoutSec; waited += 0.1)
-    {
-        if (Title() == Text)
-            return true;
-        SleepSeconds(0.1);
-    }
-    return false;
-}
-
-double RunningProgram::CpuSeconds() const
-{
-    std::ifstream in("/proc/" + std::to_string(Pid) + "/stat");
-    std::string line;
-    std::getline(in, line);
-    // Fields after the command name, which is in parentheses and may hold spaces.
-    std::istringstream fields(line.substr(line.rfind(')') + 2));
-    std::string field;
-    unsigned long long user = 0, system = 0;
-    for (int i = 3; i <= 15 && fields >> field; ++i)
-    {
-        if (i == 14)
-            user = std::stoull(field);
-        if (i == 15)
-            system = std::stoull(field);
-    }
-    return static_cast<double>(user + system) / sysconf(_SC_CLK_TCK);
+    return WaitUntil([&] { return bExact ? Title() == Text : Title().find(Text) != std::string::npos; }, TimeoutSec);
 }
 
 bool RunningProgram::Xdotool(const std::string& Arguments)

@@ -1,11 +1,12 @@
 // What the end-to-end tests of the desktop program share: an X server of
 // their own (Xvfb), the program started in it with a private home, real
-// input through xdotool, screenshots read back as pixels, and the program's
-// CPU time from /proc.
+// input through xdotool, and screenshots (or the program's own) read back as
+// pixels.
 #pragma once
 
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -25,17 +26,27 @@ private:
     std::string DisplayName;
 };
 
-// An RGB screenshot of the whole display.
+struct Rgb
+{
+    int R, G, B;
+};
+bool Near(const Rgb& A, const Rgb& B, int Tolerance);
+
+// An RGB picture: a screenshot of the whole display, or an image file.
 struct Screenshot
 {
     int Width = 0;
     int Height = 0;
-    std::vector<unsigned char> Rgb;
+    std::vector<unsigned char> Bytes;  // RGB rows, top first
     bool Take(const VirtualDisplay& Display);
-    // The colour at X, Y as 0..255 each.
-    void At(int X, int Y, int& R, int& G, int& B) const;
-    // Pixels in the rectangle whose colour is within Tolerance of R, G, B.
-    int Count(int X1, int Y1, int X2, int Y2, int R, int G, int B, int Tolerance) const;
+    bool Read(const std::string& ImagePath);  // any format ImageMagick reads
+    Rgb At(int X, int Y) const;
+    // Pixels in the rectangle that pass Test, or are within Tolerance of Colour.
+    int Count(int X1, int Y1, int X2, int Y2, const std::function<bool(const Rgb&)>& Test) const;
+    int Count(int X1, int Y1, int X2, int Y2, const Rgb& Colour, int Tolerance) const;
+
+private:
+    bool ReadPpm(const std::string& Command);
 };
 
 // The program running on Display with a home folder of its own.
@@ -51,12 +62,9 @@ public:
     bool IsRunning();
     // Waits for it to end by itself; its exit status, or -1 on a time-out.
     int WaitForExit(double TimeoutSec);
-    // Waits until the window's title contains Text.
-    bool WaitForTitle(const std::string& Text, double TimeoutSec);
-    bool WaitForExactTitle(const std::string& Text, double TimeoutSec);
+    // Waits until the window's title contains Text (with bExact: is Text).
+    bool WaitForTitle(const std::string& Text, double TimeoutSec, bool bExact = false);
     std::string Title();
-    // CPU seconds (user + system) used so far.
-    double CpuSeconds() const;
     // xdotool with these arguments on the program's display.
     bool Xdotool(const std::string& Arguments);
     void Key(const std::string& Keys);  // e.g. "ctrl+s"
@@ -69,8 +77,6 @@ private:
     int ExitStatus = -1;
 };
 
-// Runs a shell command; its exit status.
-int RunShell(const std::string& Command);
-// The standard output of a shell command.
-std::string ShellOutput(const std::string& Command);
 void SleepSeconds(double Sec);
+// Polls Done every 50 ms until it holds (true) or TimeoutSec have passed.
+bool WaitUntil(const std::function<bool()>& Done, double TimeoutSec);

@@ -10,7 +10,6 @@
 
 namespace
 {
-using Lines = std::vector<std::string>;
 // Path, sample count, duration, view and raw selection of one document.
 using State = std::tuple<std::string, size_t, double, double, double, double, double>;
 
@@ -73,33 +72,6 @@ TEST(DocumentStore, ClosingTheOnlyDocumentMakesAFreshUntitledOneWithTheNextNumbe
     EXPECT_EQ(log.Lines, (Lines{"selection 0.000000 0.000000", "active Untitled-2.ogg"}));
 }
 
-TEST(DocumentStore, ClosingTheActiveTabBringsInItsRightNeighbourOrElseTheOneBeforeIt)
-{
-    // Which tab is active when closing; the unsaved change made to it is lost
-    // with it, and C, never stored when it is closed, gives nothing to a record.
-    struct Case { int Active; State Next; State Kept; Lines Signals; };
-    const Case cases[] = {
-        {1, C, C, {"selection 1.000000 2.500000", "active Untitled-3.ogg"}},
-        {2, B, B, {"selection 0.500000 1.500000", "active Untitled-2.ogg"}},
-    };
-    for (const Case& c : cases)
-    {
-        SCOPED_TRACE(c.Active);
-        Tabs t;
-        if (c.Active != 2)
-            Access::LoadActiveDocument(t.Editor, c.Active);  // stores C
-        Access::SelectionStartValueSec(t.Editor) = 0.2;
-        t.Log.Clear();
-        t.Editor.CloseActiveDocument();
-        EXPECT_EQ(Access::ActiveDocumentIndex(t.Editor), 1);
-        EXPECT_EQ(Mirror(t.Editor), c.Next);
-        ASSERT_EQ(Access::Documents(t.Editor).size(), 2u);
-        EXPECT_EQ(Record(t.Editor, 0), A);
-        EXPECT_EQ(Record(t.Editor, 1), c.Kept);
-        EXPECT_EQ(t.Log.Lines, c.Signals);
-    }
-}
-
 TEST_F(ThreeDocuments, ClosingABackgroundTabKeepsTheActiveOneAndItsUnsavedStateButStopsPlayback)
 {
     Editor.CurrentTimeSec = 1.7;  // 70% into C's view 1..2, so playing does not move the view
@@ -138,19 +110,58 @@ TEST_F(ThreeDocuments, SwitchingAwayAndBackKeepsABackwardSelectionAndStartsThePl
     EXPECT_TRUE(Editor.CurrentTimeSec == 0.5 && Access::Documents(Editor).size() == 3u && Log.Lines.empty());
 }
 
+TEST(AdoptedDocuments, ComeInAsADecodedFileDoesWithTheSameSignalsAndNoCopyOfTheFrames)
+{
+    TestHost host;
+    GLWaveEdit editor;
+    editor.NewUntitledDocument();
+    editor.SetHostedSelection(0.0, 0.0);
+    SignalLog log(editor);
+    std::vector<float> frames = RampFrames(24000, 1.0f);
+    const float* data = frames.data();
+    editor.AdoptDecodedDocument("/music/take.flac", std::move(frames));
+
+    EXPECT_EQ(log.Lines, (Lines{"active /music/take.flac"}));
+    EXPECT_EQ(editor.ActiveFrames().data(), data);  // moved in
+    EXPECT_TRUE(Access::bUsePcmFrames(editor) && !Access::bUseExternalPeaks(editor));
+    EXPECT_TRUE(editor.DurationSec == 0.5 && editor.ViewStartSec == 0.0 && editor.ViewEndSec == 0.5);  // 24000 / 48000
+    EXPECT_TRUE(editor.ActiveDocument() == 1 && editor.DocumentCount() == 2);
+    EXPECT_EQ(editor.DocumentPathAt(1), "/music/take.flac");
+    EXPECT_EQ(editor.DocumentPathAt(2), "");
+
+    editor.CloseDocumentAt(0);
+
+    // Left for another tab, a document's frames move into its record, uncopied.
+    editor.AdoptDecodedDocument("/music/b.flac", RampFrames(4800, 2.0f));
+    EXPECT_EQ(Access::RecordFrames(editor, 0).data(), data);
+    EXPECT_EQ(Access::RecordFrames(editor, 1), RampFrames(4800, 2.0f));
+
+    // Nothing decoded: a tab without PCM, as a failed decode gives.
+    editor.AdoptDecodedDocument("empty.wav", {});
+    EXPECT_FALSE(Access::bUsePcmFrames(editor));
+    EXPECT_EQ(editor.DurationSec, 0.0);
+}
+
 // Each document's frames exist once: the active one's are the mirror's, and
 // move into its record only when it is left. Random opens, new tabs,
 // switches (to the active tab too), closes, edits, undos and redos over up to
 // three documents are followed by a model that keeps every document's frames
-// apart, as if each store copied them; after every step each record holds
-// exactly the model's frames, and the active record holds none of its own.
-TEST(DocumentStore, RecordsHoldEveryDocumentsFramesOnceThroughRandomTabsAndEdits)
+// and history apart, as if each store copied them; after every step each
+// record holds exactly the model's frames, the active record holds none of
+// its own, and undo and redo lead back to the very frames and state ids
+// that each document had (the history belongs to its tab).
+TEST(DocumentStore, RecordsAndHistoriesHoldEveryDocumentsFramesThroughRandomTabsAndEdits)
 {
+    struct State
+    {
+        std::vector<float> Frames;
+        uint64_t Id = 0;  // the editor's state id; 0 as opened
+    };
     struct ModelDocument
     {
         std::string Path;
-        std::vector<float> Frames;
-        std::vector<std::vector<float>> Undo, Redo;
+        State Now;
+        std::vector<State> Undo, Redo;
     };
     for (const unsigned seed : {7u, 2024u})
     {
@@ -166,7 +177,7 @@ TEST(DocumentStore, RecordsHoldEveryDocumentsFramesOnceThroughRandomTabsAndEdits
         for (int step = 0; step < 1500; ++step)
         {
             ModelDocument& doc = docs[static_cast<size_t>(active)];
-            const int frames = static_cast<int>(doc.Frames.size() / 2);
+            const int frames = static_cast<int>(doc.Now.Frames.size() / 2);
             const int what = pick(10);
             const bool canEdit = frames >= 2;
             int a = canEdit ? pick(frames) : 0, b = canEdit ? pick(frames + 1) : 0;
@@ -175,17 +186,17 @@ TEST(DocumentStore, RecordsHoldEveryDocumentsFramesOnceThroughRandomTabsAndEdits
             b = std::max(b, a + 1);
             const auto select = [&] { editor.SetHostedSelection(a / 48000.0, b / 48000.0); };
             const auto edit = [&](std::vector<float> Next) {
-                doc.Undo.push_back(doc.Frames);
+                doc.Undo.push_back(doc.Now);
                 doc.Redo.clear();
-                doc.Frames = std::move(Next);
+                doc.Now = {std::move(Next), editor.EditStateId()};
             };
-            std::vector<float> next = doc.Frames;
+            std::vector<float> next = doc.Now.Frames;
             if (what == 0 && docs.size() < 3)
             {
                 // Ramps of their own scale: every document and frame differs.
                 const std::string path = "doc" + std::to_string(++opened) + ".wav";
                 std::vector<float> ramp = RampFrames(static_cast<size_t>(2000 + pick(4000)), 1e-5f * opened);
-                docs.push_back({path, ramp, {}, {}});
+                docs.push_back({path, {ramp, 0}, {}, {}});
                 editor.AdoptDecodedDocument(path, std::move(ramp));
                 active = static_cast<int>(docs.size()) - 1;
             }
@@ -208,27 +219,17 @@ TEST(DocumentStore, RecordsHoldEveryDocumentsFramesOnceThroughRandomTabsAndEdits
                 const int last = static_cast<int>(docs.size()) - 1;
                 active = closing == active ? std::min(closing, last) : active - (active > closing ? 1 : 0);
             }
-            else if (what == 4 && canEdit)
+            else if (what >= 4 && what <= 6 && canEdit && (what != 6 || !clipboard.empty()))
             {
+                // Cut, delete or paste: the selected frames go, the clipboard's come in.
                 select();
-                editor.RequestCutSelection();
-                clipboard.assign(next.begin() + 2 * a, next.begin() + 2 * b);
+                if (what == 4)
+                    editor.RequestCutSelection(), clipboard.assign(next.begin() + 2 * a, next.begin() + 2 * b);
+                else
+                    what == 5 ? editor.RequestDeleteSelection() : editor.RequestPasteAtSelection();
                 next.erase(next.begin() + 2 * a, next.begin() + 2 * b);
-                edit(next);
-            }
-            else if (what == 5 && canEdit)
-            {
-                select();
-                editor.RequestDeleteSelection();
-                next.erase(next.begin() + 2 * a, next.begin() + 2 * b);
-                edit(next);
-            }
-            else if (what == 6 && canEdit && !clipboard.empty())
-            {
-                select();
-                editor.RequestPasteAtSelection();
-                next.erase(next.begin() + 2 * a, next.begin() + 2 * b);
-                next.insert(next.begin() + 2 * a, clipboard.begin(), clipboard.end());
+                if (what == 6)
+                    next.insert(next.begin() + 2 * a, clipboard.begin(), clipboard.end());
                 edit(next);
             }
             else if (what == 7 && canEdit)
@@ -241,30 +242,29 @@ TEST(DocumentStore, RecordsHoldEveryDocumentsFramesOnceThroughRandomTabsAndEdits
                         std::clamp(next[static_cast<size_t>(i)] * static_cast<float>(percent / 100.0), -1.0f, 1.0f);
                 edit(next);
             }
-            else if (what == 8 && !doc.Undo.empty())
+            else if ((what == 8 && !doc.Undo.empty()) || (what == 9 && !doc.Redo.empty()))
             {
-                ASSERT_TRUE(editor.Undo());
-                doc.Redo.push_back(doc.Frames);
-                doc.Frames = doc.Undo.back();
-                doc.Undo.pop_back();
-            }
-            else if (what == 9 && !doc.Redo.empty())
-            {
-                ASSERT_TRUE(editor.Redo());
-                doc.Undo.push_back(doc.Frames);
-                doc.Frames = doc.Redo.back();
-                doc.Redo.pop_back();
+                std::vector<State>& from = what == 8 ? doc.Undo : doc.Redo;
+                ASSERT_TRUE(what == 8 ? editor.Undo() : editor.Redo());
+                (what == 8 ? doc.Redo : doc.Undo).push_back(doc.Now);
+                doc.Now = from.back();
+                from.pop_back();
             }
             const std::string where = "seed " + std::to_string(seed) + ", step " + std::to_string(step) + ", kind " +
                                       std::to_string(what);
             ASSERT_EQ(editor.DocumentCount(), static_cast<int>(docs.size())) << where;
             ASSERT_EQ(editor.ActiveDocument(), active) << where;
-            ASSERT_TRUE(Access::PcmFrames(editor) == docs[static_cast<size_t>(active)].Frames) << where;
+            const ModelDocument& now = docs[static_cast<size_t>(active)];
+            ASSERT_TRUE(editor.ActiveFrames() == now.Now.Frames) << where;
+            EXPECT_TRUE(editor.EditStateId() == now.Now.Id &&
+                        editor.DurationSec == static_cast<double>(now.Now.Frames.size() / 2) / 48000.0)
+                << where;
+            EXPECT_TRUE(editor.CanUndo() == !now.Undo.empty() && editor.CanRedo() == !now.Redo.empty()) << where;
             EXPECT_EQ(Access::Document(editor, active).PcmFrames.capacity(), 0u) << where;
             for (int i = 0; i < editor.DocumentCount(); ++i)
             {
                 ASSERT_EQ(Access::Document(editor, i).SourceFilePath, docs[static_cast<size_t>(i)].Path) << where;
-                ASSERT_TRUE(Access::RecordFrames(editor, i) == docs[static_cast<size_t>(i)].Frames) << where << ", tab " << i;
+                ASSERT_TRUE(Access::RecordFrames(editor, i) == docs[static_cast<size_t>(i)].Now.Frames) << where << ", tab " << i;
             }
         }
     }

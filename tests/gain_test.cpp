@@ -9,7 +9,6 @@
 
 namespace
 {
-using Lines = std::vector<std::string>;
 
 // A 4 s stereo document whose every frame is (Level, -Level).
 struct Rig

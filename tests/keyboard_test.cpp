@@ -6,7 +6,6 @@
 
 namespace
 {
-using Lines = std::vector<std::string>;
 constexpr int kSpace = 32, kF = 102, kC = 99;
 
 // A focused editor on a 4 s PCM document, viewing 1..3.5, with the raw

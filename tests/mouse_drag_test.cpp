@@ -7,7 +7,6 @@
 
 namespace
 {
-using Lines = std::vector<std::string>;
 
 // A 10 s document in a window whose plot spans x -0.5..0.5 on a 1000 px
 // screen: 2.0 / 1000 = 0.002 per pixel, so the plot is 500 px wide, 1 px is
@@ -24,11 +23,11 @@ struct Rig
     {
         Root.Windows.push_back(&Editor);
         Editor.X1 = -0.508, Editor.X2 = 0.508, Editor.Y1 = 0.5, Editor.Y2 = -0.5;
-        Editor.NewUntitledDocument();
-        Access::PcmFrames(Editor) = ConstantFrames(480000, 0.5f, -0.5f);
-        Access::bUsePcmFrames(Editor) = bPcm;
-        Editor.DurationSec = Editor.ViewEndSec = 10.0;
-        Access::SelectionStartValueSec(Editor) = SelStart, Access::SelectionEndValueSec(Editor) = SelEnd;
+        if (bPcm)
+            Editor.AdoptDecodedDocument("ten.wav", ConstantFrames(480000, 0.5f, -0.5f));
+        else
+            Editor.SetExternalPeakWaveform("", {0.5f}, 10.0);  // peaks only: the host plays
+        Editor.SetHostedSelection(SelStart, SelEnd);
         Access::UpdatePlotRect(Editor, true);
         Log.Clear();
     }

@@ -1,5 +1,5 @@
-// Mouse events: tabs, close boxes, the tab menu, the wheel, the double click
-// and the pointer leaving the window.
+// Mouse events: tabs, close boxes (and the host's say in a close), the tab
+// menu, the wheel, the double click and the pointer leaving the window.
 #include <gtest/gtest.h>
 
 #include <tuple>
@@ -8,7 +8,6 @@
 
 namespace
 {
-using Lines = std::vector<std::string>;
 
 // On a 1000 px screen with 8 px padding the tab bar runs across x -0.5..0.5
 // and, with no font (cell 12 px, tab band 26 px = 0.052), down from
@@ -132,4 +131,20 @@ TEST(MouseEvents, DoubleClickFitsTheViewAndMouseOutForgetsTheHoverOnly)
     EXPECT_TRUE(Access::HoverPeak(r.Editor) == -1.0 && Access::HoverTimeSec(r.Editor) == 4.0);
     EXPECT_EQ(Access::ActiveDrag(r.Editor), Access::DragSeek);
     EXPECT_TRUE(r.Log.Lines.empty());
+}
+
+TEST(MouseEvents, AClickOnACloseBoxOrTheTabMenusCloseAsksTheHostFirst)
+{
+    Rig r(2);
+    std::vector<int> asked;
+    bool allow = false;
+    r.Editor.CloseRequestProvider = [&](int Index) { return asked.push_back(Index), allow; };
+    r.Click(0, r.CloseX(1), kTabY);
+    r.Click(2, r.TabX(0), kTabY);
+    r.Click(0, r.TabX(0) + 0.09, kTabY - 0.05);  // on the menu's item
+    EXPECT_EQ(asked, (std::vector<int>{1, 0}));
+    EXPECT_EQ(r.Editor.DocumentCount(), 2);  // withheld
+    allow = true;
+    r.Click(0, r.CloseX(1), kTabY);
+    EXPECT_EQ(r.Editor.DocumentCount(), 1);
 }

@@ -39,6 +39,16 @@ JournalEntry Entry(const char* Kind, int64_t Start, int64_t End, std::vector<flo
     return entry;
 }
 
+// The journal in the folder, which must be the only file there.
+FoundJournal TheOneJournal()
+{
+    FoundJournal found;
+    const std::vector<fs::directory_entry> files(fs::directory_iterator(Journal::Folder()), {});
+    EXPECT_EQ(files.size(), 1u);
+    EXPECT_TRUE(!files.empty() && Journal::Read(files[0].path().string(), found));
+    return found;
+}
+
 std::vector<std::string> KindsOf(const std::vector<JournalEntry>& Entries)
 {
     std::vector<std::string> kinds;
@@ -125,14 +135,9 @@ TEST(RecoveryJournal, SaysEditsAreNotProtectedWhileItCannotWriteAndCatchesUpAfte
     journal.Flush();
     EXPECT_EQ(journal.Problem(), "");
     // Every waiting entry went down in order with the one that succeeded.
-    std::vector<std::string> files;
-    for (const auto& file : fs::directory_iterator(Journal::Folder()))
-        files.push_back(file.path().string());
-    ASSERT_EQ(files.size(), 1u);
-    FoundJournal written;
-    ASSERT_TRUE(Journal::Read(files[0], written));
+    const FoundJournal written = TheOneJournal();
     EXPECT_EQ(KindsOf(written.Entries), (std::vector<std::string>{"paste 0 0", "gain 0 100", "delete 3 4"}));
-    EXPECT_EQ(written.Entries[0].Inserted, pasted);
+    EXPECT_EQ(written.Entries.at(0).Inserted, pasted);
     journal.ForgetAll();
 }
 
@@ -168,10 +173,8 @@ TEST(RecoveryJournal, EffectsComeBackFromTheirLinesSampleForSample)
 {
     FreshStateHome("journal-effects");
     GLWaveEdit edited;
-    edited.NewUntitledDocument();
     const std::vector<float> original = RampFrames(48000, 1e-5f);
-    Access::PcmFrames(edited) = original;
-    edited.DurationSec = 1.0;
+    edited.AdoptDecodedDocument("ramp.wav", std::vector<float>(original));
     // Each effect as the program journals it: what it is and the frames it took.
     const std::vector<std::pair<GLWaveEdit::Effect, std::pair<double, double>>> steps = {
         {{"fade-in", 1, 0}, {0.1, 0.4}},   {{"highpass", 80, 0}, {0, 0}},     {{"loudness", -40, -1}, {0, 0}},
@@ -180,8 +183,7 @@ TEST(RecoveryJournal, EffectsComeBackFromTheirLinesSampleForSample)
     Journal journal;
     for (const auto& [what, selection] : steps)
     {
-        Access::SelectionStartValueSec(edited) = selection.first;
-        Access::SelectionEndValueSec(edited) = selection.second;
+        edited.SetHostedSelection(selection.first, selection.second);
         edited.CurrentTimeSec = 0.6;
         GLWaveEdit::EffectSpan span;
         std::string error;
@@ -193,23 +195,16 @@ TEST(RecoveryJournal, EffectsComeBackFromTheirLinesSampleForSample)
     journal.Flush();
     ASSERT_EQ(journal.Problem(), "");
 
-    std::vector<std::string> files;
-    for (const auto& file : fs::directory_iterator(Journal::Folder()))
-        files.push_back(file.path().string());
-    ASSERT_EQ(files.size(), 1u);
-    FoundJournal found;
-    ASSERT_TRUE(Journal::Read(files[0], found));
+    const FoundJournal found = TheOneJournal();
     ASSERT_EQ(found.Entries.size(), steps.size());
     GLWaveEdit replayed;
-    replayed.NewUntitledDocument();
-    Access::PcmFrames(replayed) = original;
-    replayed.DurationSec = 1.0;
+    replayed.AdoptDecodedDocument("ramp.wav", std::vector<float>(original));
     for (const JournalEntry& entry : found.Entries)
         ASSERT_TRUE(replayed.ApplyEffectToFrames({entry.Effect, entry.EffectA, entry.EffectB},
                                                  {entry.StartFrame, entry.EndFrame, entry.bWhole}))
             << entry.Effect;
-    EXPECT_TRUE(Access::PcmFrames(replayed) == Access::PcmFrames(edited));
-    EXPECT_FALSE(Access::PcmFrames(replayed) == original);
+    EXPECT_TRUE(replayed.ActiveFrames() == edited.ActiveFrames());
+    EXPECT_FALSE(replayed.ActiveFrames() == original);
     journal.ForgetAll();
 }
 

@@ -27,10 +27,7 @@ std::string Noise(int RateHz, double Seconds)
     return "-f lavfi -i '" + chain + "'";
 }
 
-std::string Program()
-{
-    return GLWE_PROGRAM_PATH;
-}
+const std::string kProgram = GLWE_PROGRAM_PATH;
 
 // Every sample of Path as FFmpeg decodes it at its own rate and channels, as
 // 32-bit integers (16- and 24-bit samples are exact in them).
@@ -59,7 +56,7 @@ std::string Save(const std::string& Source, const std::string& Out, const std::s
 {
     fs::remove(Out);
     const std::string command =
-        "'" + Program() + "' '" + Source + "' " + Steps + " --save '" + Out + "' 2>&1";
+        "'" + kProgram + "' '" + Source + "' " + Steps + " --save '" + Out + "' 2>&1";
     const std::string said = ShellOutput(command);
     return fs::exists(Out) ? "" : said;
 }
@@ -100,7 +97,6 @@ TEST_P(NoEditAtTheEditorsRate, GivesEverySampleBackInTheSourcesFormat)
 {
     const Source& s = GetParam();
     const std::string source = MakeSource(s, 3.0);
-    ASSERT_FALSE(source.empty());
     const std::string out = ScratchPath(std::string("saved-") + s.Name);
     ASSERT_EQ(Save(source, out), "");
     EXPECT_EQ(Probe(source), s.Probed);
@@ -149,7 +145,6 @@ TEST_P(ResampledBack, KeepsLengthLevelAndSamples)
 {
     const Source& s = GetParam();
     const std::string source = MakeSource(s, 4.0);
-    ASSERT_FALSE(source.empty());
     const std::vector<int32_t> before = Samples(source);
     const size_t frames = before.size() / s.Channels, edge = s.RateHz / 100;  // 10 ms
     ASSERT_EQ(frames, size_t(4 * s.RateHz));
@@ -169,6 +164,9 @@ TEST_P(ResampledBack, KeepsLengthLevelAndSamples)
 
     const std::string cut = ScratchPath(std::string("cut-") + s.Name);
     ASSERT_EQ(Save(source, cut, "--select 1.0 2.0 --cut"), "");
+    // A second save to the same name is refused without --overwrite.
+    EXPECT_NE(ShellOutput("'" + kProgram + "' '" + source + "' --save '" + cut + "' 2>&1; echo rc=$?").find("rc=1"),
+              std::string::npos);
     EXPECT_EQ(Probe(cut), s.Probed);
     const std::vector<int32_t> shorter = Samples(cut);
     EXPECT_NEAR(double(shorter.size() / s.Channels), double(frames - s.RateHz), 1.0);
@@ -190,8 +188,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(SavedFormat, OptionsOverrideItAndMoreThanTwoChannelsAreSaidToBecomeStereo)
 {
     const std::string source = MakeFfmpegFixture("hi.flac", Noise(96000, 2.0) + " -ac 2 -c:a flac -sample_fmt s32");
-    ASSERT_FALSE(source.empty());
-    EXPECT_NE(ShellOutput("'" + Program() + "' --info '" + source + "'").find("saves as: FLAC 24-bit, 96000 Hz, stereo"),
+    EXPECT_NE(ShellOutput("'" + kProgram + "' --info '" + source + "'").find("saves as: FLAC 24-bit, 96000 Hz, stereo"),
               std::string::npos);
     const std::string plain = ScratchPath("hi-16.wav"), dithered = ScratchPath("hi-16-dither.wav");
     ASSERT_EQ(Save(source, plain, "--rate 44100 --channels 1 --bits 16"), "");
@@ -209,10 +206,9 @@ TEST(SavedFormat, OptionsOverrideItAndMoreThanTwoChannelsAreSaidToBecomeStereo)
 
     const std::string surround =
         MakeFfmpegFixture("surround.wav", Noise(48000, 1.0) + " -af 'pan=5.1|c0=c0|c1=c0|c2=c0|c3=c0|c4=c0|c5=c0' -c:a pcm_s16le");
-    ASSERT_FALSE(surround.empty());
     const std::string out = ScratchPath("surround-saved.wav");
     fs::remove(out);
-    const std::string said = ShellOutput("'" + Program() + "' '" + surround + "' --save '" + out + "' 2>&1");
+    const std::string said = ShellOutput("'" + kProgram + "' '" + surround + "' --save '" + out + "' 2>&1");
     EXPECT_NE(said.find("saved as stereo"), std::string::npos) << said;
     EXPECT_EQ(Probe(out), "pcm_s16le,s16,48000,2,N/A");
 }

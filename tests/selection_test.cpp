@@ -1,5 +1,5 @@
-// The selection: an unordered raw pair, its ordered accessors, clearing,
-// setting it from the host, its signal, and the grab zone around its edges.
+// The selection: an unordered raw pair, its ordered accessors, setting it
+// from the host, and its signal. Clearing it: keyboard_test ("c").
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -24,7 +24,6 @@ void SetRaw(GLWaveEdit& E, double A, double B)
     Access::SelectionStartValueSec(E) = A;
     Access::SelectionEndValueSec(E) = B;
 }
-using Lines = std::vector<std::string>;
 }  // namespace
 
 TEST(Selection, IsPresentBeyondAMicrosecondAndReportsItsEndsInOrder)
@@ -45,24 +44,6 @@ TEST(Selection, IsPresentBeyondAMicrosecondAndReportsItsEndsInOrder)
     EXPECT_EQ(log.Lines, (Lines{"selection 1.000000 3.000000", "selection 0.000000 0.000000",
                                 "selection 0.000000 0.000000", "selection 0.000000 0.000002",
                                 "selection 0.000000 0.000000"}));
-}
-
-TEST(Selection, ClearingAlwaysZeroesThePairAndSignalsOnlyALostSelectionWhenAsked)
-{
-    GLWaveEdit editor;
-    SignalLog log(editor);
-    Access::SelectionAnchorSec(editor) = 4.0;
-    auto clear = [&](double A, double B, bool bSignal) {
-        SetRaw(editor, A, B);
-        editor.ClearSelection(bSignal);
-        return Raw(editor);
-    };
-    EXPECT_EQ(clear(2.5, 2.5, true), std::make_pair(0.0, 0.0));  // there was none: silent, but zeroed
-    EXPECT_EQ(clear(1.0, 3.0, false), std::make_pair(0.0, 0.0));
-    EXPECT_TRUE(log.Lines.empty());
-    EXPECT_EQ(clear(3.0, 1.0, true), std::make_pair(0.0, 0.0));
-    EXPECT_EQ(log.Lines, (Lines{"selection 0.000000 0.000000"}));
-    EXPECT_EQ(Access::SelectionAnchorSec(editor), 4.0);
 }
 
 TEST(Selection, HostedSelectionIsOrderedClampedSilentAndIgnoresNonFiniteValues)

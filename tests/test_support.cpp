@@ -1,5 +1,9 @@
 #include "test_support.h"
 
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -118,7 +122,30 @@ std::string MakeFfmpegFixture(const std::string& FileName, const std::string& Ar
     const std::string command = std::string("\"") + GLWE_FFMPEG_PATH + "\" -y -hide_banner -loglevel error " +
                                 Arguments + " \"" + path + "\"";
     if (std::system(command.c_str()) != 0)
+    {
+        ADD_FAILURE() << "the fixture could not be made: " << command;
         return "";
+    }
     std::ofstream(made) << FixtureStamp(path, Arguments);
     return path;
+}
+
+int RunShell(const std::string& Command)
+{
+    const int status = std::system(Command.c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string ShellOutput(const std::string& Command)
+{
+    std::string out;
+    if (FILE* pipe = popen(Command.c_str(), "r"))
+    {
+        char buffer[4096];
+        size_t got = 0;
+        while ((got = fread(buffer, 1, sizeof(buffer), pipe)) > 0)
+            out.append(buffer, got);
+        pclose(pipe);
+    }
+    return out;
 }

@@ -87,17 +87,13 @@ struct GLWaveEditTestAccess
     GLWE_CALL(ExternalRangeForSpan)
     GLWE_CALL(WaveformRangeForSpan)
     GLWE_CALL(WaveformPeakForSpan)
-    GLWE_CALL(InvalidateWaveCaches)
     GLWE_CALL(UpdatePlotRect)
-    GLWE_CALL(HitTestDocumentTab)
-    GLWE_CALL(HitTestDocumentTabClose)
     GLWE_CALL(SyncPlaybackState)
     GLWE_CALL(DisplayedTimeSec)
     GLWE_CALL(EmitSelectionChanged)
     GLWE_CALL(NiceTimeStep)
     GLWE_CALL(FormatTimeLabel)
     GLWE_CALL(FormatAxisTime)
-    GLWE_CALL(AxisTimeStep)
     GLWE_CALL(RefreshRenderColumns)
 #undef GLWE_CALL
 
@@ -110,11 +106,12 @@ using Access = GLWaveEditTestAccess;
 
 // Every signal of an editor as one ordered list of lines such as
 // "selection 1.000000 3.000000" or "edit cut 1.000000 2.000000".
+using Lines = std::vector<std::string>;
 class SignalLog
 {
 public:
     explicit SignalLog(GLWaveEdit& Editor);
-    std::vector<std::string> Lines;
+    ::Lines Lines;
     void Clear() { Lines.clear(); }
 };
 
@@ -131,5 +128,11 @@ void WriteFileBytes(const std::string& Path, const std::string& Bytes);
 // A scratch folder for this test binary, created on first use.
 std::string ScratchPath(const std::string& FileName);
 // Runs the ffmpeg program with Arguments (after "-y -hide_banner -loglevel error")
-// writing FileName in the scratch folder; returns its path, or "" on failure.
+// writing FileName in the scratch folder; returns its path, or "" after
+// recording the failure in the running test.
 std::string MakeFfmpegFixture(const std::string& FileName, const std::string& Arguments);
+
+// Runs a shell command; its exit status.
+int RunShell(const std::string& Command);
+// The standard output of a shell command.
+std::string ShellOutput(const std::string& Command);

@@ -16,13 +16,10 @@
 
 namespace
 {
-// Seconds of stereo audio at 48000 Hz, with the view already fitted.
+// Seconds of stereo audio at 48000 Hz, with the view fitted to them.
 void GivePcm(GLWaveEdit& E, double Seconds)
 {
-    Access::PcmFrames(E) = ConstantFrames(static_cast<size_t>(Seconds * 48000.0 + 0.5), 0.1f, 0.1f);
-    Access::bUsePcmFrames(E) = true;
-    Access::bViewInitialized(E) = true;
-    E.DurationSec = Seconds;
+    E.AdoptDecodedDocument("pcm.wav", ConstantFrames(static_cast<size_t>(Seconds * 48000.0 + 0.5), 0.1f, 0.1f));
 }
 
 void Pass(GLWaveEdit& E) { Access::SyncPlaybackState(E); }
@@ -56,20 +53,16 @@ int PassesHolding(GLWaveEdit& E, double Sec)
 TEST(Transport, WithoutUsablePcmPlayRefusesAndStopAndSeekMoveOnlyThePositionAndTheHold)
 {
     GLWaveEdit editor;
-    Access::ExternalPeaks(editor) = {0.5f};
-    Access::bUseExternalPeaks(editor) = true;
-    editor.DurationSec = 10.0;
+    editor.SetExternalPeakWaveform("", {0.5f}, 10.0);  // peaks only, as a failed decode leaves
     std::string messages[3];
     EXPECT_FALSE(editor.PlayFromCurrentPosition(&messages[0]));
     EXPECT_FALSE(editor.PlaySelectionOrCurrent(&messages[1]));
     editor.TogglePlayback(&messages[2]);
     for (const std::string& message : messages)
         EXPECT_EQ(message, "No decoded PCM audio available for playback.");
-    Access::bUsePcmFrames(editor) = true;  // flagged, but no frames
-    EXPECT_FALSE(editor.PlayFromCurrentPosition());
-    Access::PcmFrames(editor) = ConstantFrames(10, 0.1f, 0.1f);
-    Access::PcmSampleRate(editor) = 0;
-    EXPECT_FALSE(editor.PlaySelectionOrCurrent());
+    GLWaveEdit untitled;  // flagged, but no frames
+    untitled.NewUntitledDocument();
+    EXPECT_FALSE(untitled.PlayFromCurrentPosition() || untitled.PlaySelectionOrCurrent());
     EXPECT_EQ(Access::AudioPlayer(editor), nullptr);
 
     editor.CurrentTimeSec = 3.0;
@@ -97,7 +90,7 @@ TEST(PlaybackSync, ACommittedSeekIsShownForFourPassesUnlessThePositionArrivesWit
 {
     TestHost host;
     GLWaveEdit editor;
-    Access::bUsePcmFrames(editor) = true;  // no player, no providers: only the test moves the position
+    editor.NewUntitledDocument();  // PCM without a player or providers: only the test moves the position
     editor.DurationSec = 100.0;
     editor.SeekPlaybackTo(50.0);  // no player, so already there: the first pass ends the hold
     EXPECT_EQ(PassesHolding(editor, 50.0), 1);
@@ -107,32 +100,11 @@ TEST(PlaybackSync, ACommittedSeekIsShownForFourPassesUnlessThePositionArrivesWit
         {0.1000001, 0.0, 4}};
     for (auto [held, now, passes] : cases)
     {
-        Hold(editor, held, 4);
+        editor.SeekPlaybackTo(held);
         editor.CurrentTimeSec = now;
         EXPECT_EQ(PassesHolding(editor, held), passes) << held << " at " << now;
         EXPECT_EQ(Access::DisplayedTimeSec(editor), now);
     }
-}
-
-TEST(PlaybackSync, AMouseSeekWithoutPcmIsHeldForTwelvePasses)
-{
-    TestHost host(1000, 1000);
-    GLWaveEdit editor;
-    editor.X1 = editor.Y2 = -1.0;
-    editor.X2 = editor.Y1 = 1.0;
-    Access::ExternalPeaks(editor) = {0.5f};
-    Access::bUseExternalPeaks(editor) = true;
-    Access::bViewInitialized(editor) = true;
-    editor.DurationSec = editor.ViewEndSec = 10.0;
-    SignalLog log(editor);
-    SetPointer(host.Pointer(), 0.0, 0.0, true, false);  // the middle of a symmetric plot: 5 s
-    editor.MouseProcessing();
-    ASSERT_FALSE(log.Lines.empty());
-    EXPECT_EQ(log.Lines.front(), "commit 5.000000");
-    EXPECT_EQ(editor.CurrentTimeSec, 0.0);  // the host does the seeking
-    host.Pointer().pButton[0] = host.Pointer().pPrevButton[0] = false;  // a release never seen
-    EXPECT_EQ(PassesHolding(editor, 5.0), 12);
-    EXPECT_EQ(Access::DisplayedTimeSec(editor), 0.0);
 }
 
 TEST(PlaybackSync, AsksTheProvidersOnlyWhileNeitherSourceFlagIsSetAndClampsTheirAnswers)
@@ -169,8 +141,8 @@ TEST(PlaybackSync, ClampsAPresentSelectionAndEndsOnlySeekAndSelectDragsAfterALos
 {
     TestHost host;
     GLWaveEdit editor;
-    SignalLog log(editor);
     GivePcm(editor, 8.0);
+    SignalLog log(editor);
     auto clamped = [&](double A, double B) {
         Access::SelectionStartValueSec(editor) = A;
         Access::SelectionEndValueSec(editor) = B;
@@ -219,8 +191,8 @@ TEST(PlaybackWithPlayer, PlaysPausesSeeksAndEndsAtTheLastPositionRead)
     GLWaveEdit editor;
     GivePcm(editor, 1.0);
     editor.ViewEndSec = 0.1;  // a view of 0.1 s for playback to drag along
+    editor.SeekPlaybackTo(0.3);  // a hold, which playing ends
     editor.CurrentTimeSec = -1.0;
-    Hold(editor, 0.3, 4);
     ASSERT_TRUE(editor.PlayFromCurrentPosition());
     EXPECT_TRUE(editor.IsPlaybackActive() && !editor.IsPlaybackPaused());
     EXPECT_EQ(editor.CurrentTimeSec, 0.0);

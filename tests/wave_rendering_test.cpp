@@ -1,6 +1,6 @@
-// The render side's pure helpers: time axis steps, time labels, the waveform
-// columns drawn from the mix summary, and the text measure without a font;
-// and the threads a frame starts.
+// The render side's pure helpers: time axis steps, axis labels and the play
+// position's text; and the threads a frame starts. The waveform
+// columns are checked against the span query in wave_summary_test.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -52,21 +52,6 @@ TEST(NiceTimeStep, PicksTheSmallestOneTwoFiveStepNotBelowTheRoughStep)
         EXPECT_DOUBLE_EQ(Access::NiceTimeStep(editor, c[0]), c[1]) << c[0];
 }
 
-TEST(FormatTimeLabel, ReadsAsSecondsMinutesOrHoursByMagnitude)
-{
-    GLWaveEdit editor;
-    EXPECT_EQ(Access::FormatTimeLabel(editor, 0.0), "0s");
-    EXPECT_EQ(Access::FormatTimeLabel(editor, 0.1 + 0.2), "0.3s");  // 0.30000000000000004
-    EXPECT_EQ(Access::FormatTimeLabel(editor, 12.5), "12.5s");
-    EXPECT_EQ(Access::FormatTimeLabel(editor, 0.002), "0.002s");
-    EXPECT_EQ(Access::FormatTimeLabel(editor, 65.0), "1:05");
-    EXPECT_EQ(Access::FormatTimeLabel(editor, 65.5), "1:05.5");
-    EXPECT_EQ(Access::FormatTimeLabel(editor, 59.99996), "1:00");  // rounds to 60.0000 s
-    EXPECT_EQ(Access::FormatTimeLabel(editor, 3723.0), "1:02:03");  // 1 h 2 min 3 s
-    EXPECT_EQ(Access::FormatTimeLabel(editor, -2.0), "-2s");
-    EXPECT_EQ(Access::FormatTimeLabel(editor, std::numeric_limits<double>::infinity()), "--");
-}
-
 // Every label of one axis has the fields of the view's largest time and the
 // decimals of the step, rounded to them.
 TEST(AxisLabels, ShareOneFormatPerAxisAndRoundToTheirLastDigit)
@@ -93,38 +78,6 @@ TEST(AxisLabels, ShareOneFormatPerAxisAndRoundToTheirLastDigit)
     }
 }
 
-// Without a font a label measures 0.6 x 13 px per character, and a label
-// needs its width plus three text heights (39 px); the padding of 8 / 1000 on
-// an axis 2.0 wide is 4 px a side, so the plot is 992 px wide.
-TEST(AxisTimeStep, TakesFinerStepsWhileLabelsFitButNeverFewerThanDesired)
-{
-    TestHost host(1000, 600);
-    GLWaveEdit editor;
-    editor.X1 = -1.0, editor.Y1 = 1.0, editor.X2 = 1.0, editor.Y2 = -1.0;
-    Access::UpdatePlotRect(editor, false);
-    struct Case
-    {
-        double ViewEndSec;
-        int DesiredTicks;
-        double StepSec;
-    };
-    const Case cases[] = {
-        // 60 / 6 = 10 s; "1:00" is 31.2 + 39 px: 12 labels at 5 s fit (842 px), 30 at 2 s do not.
-        {60.0, 6, 5.0},
-        // 60 / 64 -> 1 s; 0.5 s would be 120 ticks, beyond the bound of 64.
-        {60.0, 64, 1.0},
-        // 3 / 6 = 0.5 s; "3.0s" at 0.2 s would be 15 labels, 1053 px: too many.
-        {3.0, 6, 0.5},
-    };
-    for (const Case& c : cases)
-    {
-        editor.ViewStartSec = 0.0;
-        editor.ViewEndSec = c.ViewEndSec;
-        editor.DesiredXTicks = c.DesiredTicks;
-        EXPECT_DOUBLE_EQ(Access::AxisTimeStep(editor), c.StepSec) << c.ViewEndSec << " " << c.DesiredTicks;
-    }
-}
-
 TEST(PlayPosition, KeepsTheWidthOfTheDurationWhilePlaying)
 {
     GLWaveEdit editor;
@@ -147,59 +100,6 @@ TEST(PlayPosition, KeepsTheWidthOfTheDurationWhilePlaying)
         EXPECT_EQ(editor.PlayPositionText(), c.Text);
         EXPECT_EQ(editor.PlayPositionText().size(), std::string(c.Text).size());
     }
-}
-
-// Three seconds of stereo at 48000 Hz whose channels differ, so the mix matters,
-// with one NaN that both sides must ignore.
-static void LoadSynthesisedSignal(GLWaveEdit& Editor)
-{
-    std::vector<float> frames(48000 * 3 * 2);
-    for (size_t f = 0; f < frames.size() / 2; ++f)
-    {
-        const double t = f / 48000.0;
-        frames[2 * f] = static_cast<float>(0.9 * std::sin(2.0 * M_PI * 5.0 * t) * t / 3.0);
-        frames[2 * f + 1] = static_cast<float>(0.4 * std::sin(2.0 * M_PI * 440.0 * t));
-    }
-    frames[2 * 70001] = std::numeric_limits<float>::quiet_NaN();
-    Access::PcmFrames(Editor) = std::move(frames);
-    Access::PcmSampleRate(Editor) = 48000;
-    Access::PcmChannels(Editor) = 2;
-    Access::bUsePcmFrames(Editor) = true;
-    Editor.DurationSec = 3.0;
-}
-
-static void ExpectColumnsMatchSpanQuery(GLWaveEdit& Editor, double StartSec, double EndSec, int Columns)
-{
-    Editor.ViewStartSec = StartSec;
-    Editor.ViewEndSec = EndSec;
-    ASSERT_TRUE(Access::RefreshRenderColumns(Editor, Columns, static_cast<double>(Columns)));
-    const auto& samples = Access::CachedRenderSamples(Editor);
-    ASSERT_EQ(samples.size(), static_cast<size_t>(Columns));
-    for (int i = 0; i < Columns; ++i)
-    {
-        const double t0 = StartSec + (static_cast<double>(i) / Columns) * (EndSec - StartSec);
-        const double t1 = StartSec + (static_cast<double>(i + 1) / Columns) * (EndSec - StartSec);
-        double minAmp = 0.0;
-        double maxAmp = 0.0;
-        ASSERT_TRUE(Access::ExternalRangeForSpan(Editor, t0, t1, minAmp, maxAmp));
-        EXPECT_EQ(samples[i].MinAmp, minAmp) << "column " << i;
-        EXPECT_EQ(samples[i].MaxAmp, maxAmp) << "column " << i;
-        EXPECT_DOUBLE_EQ(samples[i].TimeSec, (t0 + t1) * 0.5);
-    }
-}
-
-TEST(WaveColumns, AgreeWithTheSpanQueryFromSingleFramesToCoarseBlocksAndFollowChangedFrames)
-{
-    GLWaveEdit editor;
-    LoadSynthesisedSignal(editor);
-    ExpectColumnsMatchSpanQuery(editor, 1.4, 1.41, 300);    // 480 frames: a frame or two per column
-    ExpectColumnsMatchSpanQuery(editor, 0.1234, 2.9, 700);  // ~190 frames: ragged ends only
-    ExpectColumnsMatchSpanQuery(editor, 0.01, 3.0, 4);      // ~36000 frames: coarse blocks of 16384
-    ExpectColumnsMatchSpanQuery(editor, 0.0, 3.0, 50);      // 2880 frames: fine blocks
-    for (float& sample : Access::PcmFrames(editor))
-        sample *= 0.5f;
-    Access::InvalidateWaveCaches(editor);  // the columns cached for 0..3 s at 50 must not survive
-    ExpectColumnsMatchSpanQuery(editor, 0.0, 3.0, 50);
 }
 
 TEST(RenderThreads, AFrameOfALongViewStartsAHelperOnlyWhereTheHostTurnedItOn)

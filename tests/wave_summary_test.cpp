@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <tuple>
 
 #include "test_support.h"
 #include "wave_summary.h"
@@ -210,19 +211,6 @@ void ExpectColumnsMatchSpanQuery(GLWaveEdit& Editor, int Count)
         EXPECT_EQ(columns[i].MaxAmp, maxAmp) << "column " << i;
     }
 }
-
-// The same over a random view.
-void ExpectColumnsMatchSpanQuery(GLWaveEdit& Editor, std::mt19937& Random)
-{
-    std::uniform_real_distribution<double> at(0.0, Editor.DurationSec);
-    double start = at(Random);
-    double end = at(Random);
-    if (end < start)
-        std::swap(start, end);
-    Editor.ViewStartSec = start;
-    Editor.ViewEndSec = end + 1e-3;
-    ExpectColumnsMatchSpanQuery(Editor, 97);
-}
 }  // namespace
 
 TEST(EditorSummary, FollowsRandomEditsAndSurvivesSelectionChangesAndTabSwitches)
@@ -246,6 +234,12 @@ TEST(EditorSummary, FollowsRandomEditsAndSurvivesSelectionChangesAndTabSwitches)
     ASSERT_EQ(back.size(), second.size());
     EXPECT_EQ(std::memcmp(back.data(), second.data(), back.size() * sizeof(float)), 0);  // NaNs too
     editor.ActivateDocument(0);
+    // Fixed views from a frame or two per column to coarse blocks of 16384.
+    for (const auto& [start, end, count] : {std::tuple{1.4, 1.41, 300}, {0.1234, 2.9, 700}, {0.01, 3.0, 4}, {0.0, 3.0, 50}})
+    {
+        editor.ViewStartSec = start, editor.ViewEndSec = end;
+        ExpectColumnsMatchSpanQuery(editor, count);
+    }
 
     for (int step = 0; step < 24; ++step)
     {
@@ -265,7 +259,7 @@ TEST(EditorSummary, FollowsRandomEditsAndSurvivesSelectionChangesAndTabSwitches)
             const WaveSummary* back = ActiveSummary(editor, &after);
             EXPECT_EQ(after, before);
             ASSERT_NE(back, nullptr);
-            ExpectMatchesScan(*back, Access::PcmFrames(editor), 2, random, 10);
+            ExpectMatchesScan(*back, editor.ActiveFrames(), 2, random, 10);
             // The columns it left with come back with it, as they were.
             ExpectColumnsMatchSpanQuery(editor, 300);
         }
@@ -292,10 +286,14 @@ TEST(EditorSummary, FollowsRandomEditsAndSurvivesSelectionChangesAndTabSwitches)
             editor.ApplyGainPercent(std::uniform_real_distribution<double>(20.0, 180.0)(random));
             break;
         }
+        ExpectColumnsMatchSpanQuery(editor, 300);  // the columns cached before the edit must not survive it
         const WaveSummary* summary = ActiveSummary(editor);
         ASSERT_NE(summary, nullptr);
-        ExpectMatchesScan(*summary, Access::PcmFrames(editor), 2, random, 10);
-        ExpectColumnsMatchSpanQuery(editor, random);
+        ExpectMatchesScan(*summary, editor.ActiveFrames(), 2, random, 10);
+        std::uniform_real_distribution<double> now(0.0, editor.DurationSec);
+        const double a = now(random), b = now(random);
+        editor.ViewStartSec = std::min(a, b), editor.ViewEndSec = std::max(a, b) + 1e-3;
+        ExpectColumnsMatchSpanQuery(editor, 97);
     }
     // A closed tab's summary goes with it.
     editor.CloseDocumentAt(0);

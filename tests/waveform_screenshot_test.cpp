@@ -9,51 +9,11 @@
 #include <string>
 #include <vector>
 
+#include "desktop_harness.h"
 #include "test_support.h"
 
 namespace
 {
-struct Rgb
-{
-    int R, G, B;
-};
-
-struct Image
-{
-    int Width = 0;
-    int Height = 0;
-    std::vector<unsigned char> Bytes;  // RGB rows, top first
-
-    Rgb At(int X, int Y) const
-    {
-        const size_t i = (static_cast<size_t>(Y) * Width + X) * 3;
-        return Rgb{Bytes[i], Bytes[i + 1], Bytes[i + 2]};
-    }
-};
-
-// The screenshot through ImageMagick as binary PPM: "P6 W H 255\n" then RGB.
-bool ReadImage(const std::string& Path, Image& Out)
-{
-    FILE* pipe = popen((std::string(GLWE_CONVERT_PATH) + " '" + Path + "' -depth 8 ppm:-").c_str(), "r");
-    if (!pipe)
-        return false;
-    int maxValue = 0;
-    const bool header = std::fscanf(pipe, "P6 %d %d %d", &Out.Width, &Out.Height, &maxValue) == 3 &&
-                        maxValue == 255 && std::fgetc(pipe) != EOF;
-    if (header)
-    {
-        Out.Bytes.resize(static_cast<size_t>(Out.Width) * Out.Height * 3);
-        Out.Bytes.resize(std::fread(Out.Bytes.data(), 1, Out.Bytes.size(), pipe));
-    }
-    pclose(pipe);
-    return header && Out.Bytes.size() == static_cast<size_t>(Out.Width) * Out.Height * 3;
-}
-
-bool Near(const Rgb& A, const Rgb& B, int Tolerance)
-{
-    return std::abs(A.R - B.R) <= Tolerance && std::abs(A.G - B.G) <= Tolerance && std::abs(A.B - B.B) <= Tolerance;
-}
-
 // The plot's empty background: the theme's info fill (0.05, 0.09, 0.14) in 8 bits.
 const Rgb kPlotBack{13, 23, 36};
 
@@ -67,16 +27,8 @@ bool IsText(const Rgb& C)
     return C.R > 200 && C.G > 200 && C.B > 200;
 }
 
-int CountIn(const Image& Picture, int X1, int Y1, int X2, int Y2, const std::function<bool(const Rgb&)>& Test)
-{
-    int count = 0;
-    for (int y = Y1; y < Y2; ++y)
-        for (int x = X1; x < X2; ++x)
-            count += Test(Picture.At(x, y)) ? 1 : 0;
-    return count;
-}
 // The plot: the bounding box of its empty background.
-void PlotBounds(const Image& Picture, int& X1, int& Y1, int& X2, int& Y2)
+void PlotBounds(const Screenshot& Picture, int& X1, int& Y1, int& X2, int& Y2)
 {
     X1 = Picture.Width, X2 = -1, Y1 = Picture.Height, Y2 = -1;
     for (int y = 0; y < Picture.Height; ++y)
@@ -88,16 +40,16 @@ void PlotBounds(const Image& Picture, int& X1, int& Y1, int& X2, int& Y2)
 // The program on Audio under Xvfb, with Options, its screenshot read back;
 // Environment goes before the command (VAR=value ...).
 bool TakeScreenshot(const std::string& Audio, const std::string& Options, const std::string& Environment,
-                    const std::string& Name, Image& Out)
+                    const std::string& Name, Screenshot& Out)
 {
     const std::string shot = ScratchPath(Name + ".png");
     std::remove(shot.c_str());
     const std::string command = Environment + " " + GLWE_XVFB_RUN_PATH + " -a -s '-screen 0 1280x800x24' " +
-                                GLWE_APP_PATH + " '" + Audio + "' " + Options + " --screenshot '" + shot + "' > '" +
+                                GLWE_PROGRAM_PATH + " '" + Audio + "' " + Options + " --screenshot '" + shot + "' > '" +
                                 ScratchPath(Name + ".log") + "' 2>&1";
     const int status = std::system(command.c_str());
     EXPECT_EQ(status, 0) << command;
-    return status == 0 && ReadImage(shot, Out);
+    return status == 0 && Out.Read(shot);
 }
 }  // namespace
 
@@ -109,8 +61,7 @@ TEST(WaveformScreenshot, ShowsLanesScalesClipCapsAndTheSelection)
         "clip_lanes.wav",
         "-f lavfi -i \"aevalsrc=exprs='if(lt(t,2),1.2*(2*gte(sin(2*PI*3*t),0)-1),0.5*sin(2*PI*3*t))|"
         "0.1*sin(2*PI*440*t)':s=48000:d=4\" -c:a pcm_f32le");
-    ASSERT_FALSE(audio.empty());
-    Image picture;
+    Screenshot picture;
     ASSERT_TRUE(TakeScreenshot(audio, "--select 3.0 3.5", "", "clip_lanes", picture));
 
     int plotX1, plotY1, plotX2, plotY2;
@@ -124,17 +75,17 @@ TEST(WaveformScreenshot, ShowsLanesScalesClipCapsAndTheSelection)
 
     // Red caps along the top and bottom edge of the upper lane while it clips
     // (0.2 .. 1.8 s), none after 2 s, none at all in the quiet lower lane.
-    const int capsWhileClipping = CountIn(picture, xAt(0.2), upperTop, xAt(1.8), upperTop + 6, IsClipRed);
+    const int capsWhileClipping = picture.Count(xAt(0.2), upperTop, xAt(1.8), upperTop + 6, IsClipRed);
     EXPECT_GT(capsWhileClipping, (xAt(1.8) - xAt(0.2)) / 3) << "upper lane, top edge, 0.2..1.8 s";
-    EXPECT_GT(CountIn(picture, xAt(0.2), lowerTop - 6, xAt(1.8), lowerTop, IsClipRed), (xAt(1.8) - xAt(0.2)) / 3)
+    EXPECT_GT(picture.Count(xAt(0.2), lowerTop - 6, xAt(1.8), lowerTop, IsClipRed), (xAt(1.8) - xAt(0.2)) / 3)
         << "upper lane, bottom edge, 0.2..1.8 s";
-    EXPECT_EQ(CountIn(picture, xAt(2.2), plotY1, plotX2, plotY2, IsClipRed), 0) << "after 2 s";
-    EXPECT_EQ(CountIn(picture, plotX1, lowerTop + 2, plotX2, plotY2, IsClipRed), 0) << "lower lane";
+    EXPECT_EQ(picture.Count(xAt(2.2), plotY1, plotX2, plotY2, IsClipRed), 0) << "after 2 s";
+    EXPECT_EQ(picture.Count(plotX1, lowerTop + 2, plotX2, plotY2, IsClipRed), 0) << "lower lane";
 
     // Two lanes: at 2.5 s the upper one reaches half its height (0.5 sine),
     // the lower one stays within a tenth of it around its middle.
     const auto wavePixels = [&](int Top, double FromFraction, double ToFraction) {
-        return CountIn(picture, xAt(2.1), Top + static_cast<int>(laneHeight * FromFraction), xAt(2.9),
+        return picture.Count(xAt(2.1), Top + static_cast<int>(laneHeight * FromFraction), xAt(2.9),
                        Top + static_cast<int>(laneHeight * ToFraction),
                        [](const Rgb& C) { return C.B > 150 && C.B > C.R + 60; });
     };
@@ -144,7 +95,7 @@ TEST(WaveformScreenshot, ShowsLanesScalesClipCapsAndTheSelection)
 
     // A scale with text at the left edge of each lane.
     for (const int top : {upperTop, lowerTop})
-        EXPECT_GT(CountIn(picture, plotX1, top, plotX1 + 70, top + laneHeight, IsText), 20) << "scale of lane at " << top;
+        EXPECT_GT(picture.Count(plotX1, top, plotX1 + 70, top + laneHeight, IsText), 20) << "scale of lane at " << top;
 
     // The selection (3.0 .. 3.5 s) tints both lanes: a quiet row of each lane
     // is redder inside it than just before it.
@@ -165,9 +116,8 @@ TEST(WaveformScreenshot, LooksTheSameDrawnByTheShaderOrAsLines)
     const std::string audio = MakeFfmpegFixture(
         "shader_lines.wav", "-f lavfi -i \"aevalsrc=exprs='0.7*sin(2*PI*3*t)*sin(2*PI*440*t)|"
                             "0.5*(random(0)*2-1)*abs(sin(PI*t/4))':s=48000:d=4\" -c:a pcm_f32le");
-    ASSERT_FALSE(audio.empty());
-    Image shaded;
-    Image lines;
+    Screenshot shaded;
+    Screenshot lines;
     ASSERT_TRUE(TakeScreenshot(audio, "", "", "shader_lines_shaded", shaded));
     ASSERT_TRUE(TakeScreenshot(audio, "", "GLWE_WAVEFORM_LINES=1", "shader_lines_lines", lines));
     ASSERT_EQ(shaded.Width, lines.Width);
@@ -197,8 +147,7 @@ TEST(WaveformScreenshot, AMonoFileIsOneLaneAtItsOwnLevel)
         "mono_level.wav",
         "-f lavfi -i \"aevalsrc=exprs='if(lt(t,2),1.2*(2*gte(sin(2*PI*3*t),0)-1),0.5*sin(2*PI*3*t))':s=48000:d=4\" "
         "-c:a pcm_f32le");
-    ASSERT_FALSE(audio.empty());
-    Image picture;
+    Screenshot picture;
     ASSERT_TRUE(TakeScreenshot(audio, "", "", "mono_level", picture));
     int plotX1, plotY1, plotX2, plotY2;
     PlotBounds(picture, plotX1, plotY1, plotX2, plotY2);
@@ -210,10 +159,10 @@ TEST(WaveformScreenshot, AMonoFileIsOneLaneAtItsOwnLevel)
     // height from the top (0.354 would stop at 0.32 of it), and its fill runs
     // on down across where two lanes would part.
     for (const double band : {0.27, 0.36})
-        EXPECT_GT(CountIn(picture, xAt(2.1), plotY1 + static_cast<int>(height * band), xAt(2.9),
+        EXPECT_GT(picture.Count(xAt(2.1), plotY1 + static_cast<int>(height * band), xAt(2.9),
                           plotY1 + static_cast<int>(height * (band + 0.04)), isWave),
                   50)
             << "rows from " << band;
-    EXPECT_GT(CountIn(picture, xAt(0.2), plotY1, xAt(1.8), plotY1 + 6, IsClipRed), (xAt(1.8) - xAt(0.2)) / 3);
-    EXPECT_EQ(CountIn(picture, xAt(2.2), plotY1, plotX2, plotY2, IsClipRed), 0);
+    EXPECT_GT(picture.Count(xAt(0.2), plotY1, xAt(1.8), plotY1 + 6, IsClipRed), (xAt(1.8) - xAt(0.2)) / 3);
+    EXPECT_EQ(picture.Count(xAt(2.2), plotY1, plotX2, plotY2, IsClipRed), 0);
 }

@@ -1,5 +1,5 @@
-// Window state under "wave_edit" (view and raw selection) and saving the live
-// document through the encoder.
+// Window state under "wave_edit" (view and raw selection) and saving the
+// active document through the encoder.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -71,12 +71,11 @@ TEST(WindowState, ApplyTakesAnyJsonNumberAndKeepsAFieldForAnythingElse)
     }
 }
 
-TEST(WindowState, SaveToFileSendsTheLiveMirrorAsItIs)
+TEST(WindowState, SaveToFileWritesTheActiveFramesAndChangesNothing)
 {
     GLWaveEdit editor;
     SignalLog log(editor);
     editor.NewUntitledDocument();
-    log.Clear();
     // A new document's empty vector: the encoder refuses it and writes nothing.
     const std::string empty = ScratchPath("window_state_empty.wav");
     std::filesystem::remove(empty);
@@ -85,16 +84,13 @@ TEST(WindowState, SaveToFileSendsTheLiveMirrorAsItIs)
     EXPECT_FALSE(error.empty());
     EXPECT_FALSE(editor.SaveToFile(empty, 0, nullptr));
     EXPECT_FALSE(std::filesystem::exists(empty));
-    // Frames never stored, flag off, 24000 Hz mono: 24000 samples are 1.0 s
-    // only if rate and channels go out as they are (either at its default
-    // would make 0.5 s).
-    Access::PcmFrames(editor).assign(24000, 0.25f);
-    Access::PcmSampleRate(editor) = 24000, Access::PcmChannels(editor) = 1, Access::bUsePcmFrames(editor) = false;
-    const std::string path = ScratchPath("window_state_mono.wav");
+    editor.AdoptDecodedDocument("take.wav", ConstantFrames(24000, 0.25f, -0.25f));
+    log.Clear();
+    const std::string path = ScratchPath("window_state_half.wav");
     EXPECT_TRUE(editor.SaveToFile(path, 128, nullptr));
-    EXPECT_EQ(editor.SourcePath(), "Untitled-1.ogg");
+    EXPECT_EQ(editor.SourcePath(), "take.wav");
     EXPECT_TRUE(log.Lines.empty());
     GLWaveEdit reopened;
     reopened.SetExternalPeakWaveform(path, {}, 0.0);
-    EXPECT_NEAR(reopened.DurationSec, 1.0, 0.005);
+    EXPECT_NEAR(reopened.DurationSec, 0.5, 0.005);
 }
