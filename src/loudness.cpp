@@ -1,6 +1,6 @@
 // One thread gates the blocks for the integrated loudness and the range
-// (libebur128); the caller's thread meanwhile finds the true peaks and sums
-// the plain levels. Each reads the frames once.
+// (libebur128) and sums the plain levels; the caller's thread meanwhile finds
+// the true peaks. Each reads the frames once.
 //
 // The true peak is the peak of the audio resampled to four times its rate by
 // FFmpeg's resampler, as FFmpeg's own ebur128 filter finds it: libswresample's
@@ -45,20 +45,6 @@ using Resampler = std::unique_ptr<SwrContext, ResamplerDeleter>;
 double Db(double Linear)
 {
     return Linear > 0.0 ? 20.0 * std::log10(Linear) : -HUGE_VAL;
-}
-
-// Half of each block is counted by each of the two threads.
-bool Feed(ebur128_state* State, const float* Frames, int64_t Count, int Channels, WorkProgress* Progress)
-{
-    for (int64_t done = 0; done < Count; done += kBlockFrames)
-    {
-        const int64_t block = std::min(kBlockFrames, Count - done);
-        if (ebur128_add_frames_float(State, Frames + done * Channels, static_cast<size_t>(block)) != EBUR128_SUCCESS)
-            return false;
-        if (!WorkGoesOn(Progress, block / 2))
-            return true;
-    }
-    return true;
 }
 
 Resampler MakeOversampler(int Channels, int SampleRate)
@@ -133,15 +119,27 @@ std::string MeasureLoudness(const float* Frames, int64_t Count, int Channels, in
     if (!oversampler)
         return "the resampler for the true peak could not be made";
 
-    bool gatedFed = false;
-    std::thread gating([&] { gatedFed = Feed(gated.get(), Frames, Count, Channels, Progress); });
+    // The plain levels are summed on the gating thread, the lighter of the two.
     Levels levels(Channels);
+    bool gatedFed = false;
+    std::thread gating([&] {
+        for (int64_t done = 0; done < Count; done += kBlockFrames)
+        {
+            const int64_t block = std::min(kBlockFrames, Count - done);
+            const float* first = Frames + done * Channels;
+            if (ebur128_add_frames_float(gated.get(), first, static_cast<size_t>(block)) != EBUR128_SUCCESS)
+                return;
+            levels.Fold(first, block, Channels);  // while the block is in the cache
+            if (!WorkGoesOn(Progress, block / 2))
+                break;
+        }
+        gatedFed = true;
+    });
     bool oversampled = true;
     for (int64_t done = 0; done < Count && oversampled; done += kBlockFrames)
     {
         const int64_t block = std::min(kBlockFrames, Count - done);
         const float* first = Frames + done * Channels;
-        levels.Fold(first, block, Channels);
         oversampled = levels.Oversample(oversampler.get(), first, block, Channels);
         if (!WorkGoesOn(Progress, block - block / 2))
             break;
