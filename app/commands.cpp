@@ -16,6 +16,7 @@
 #include "glwaveedit.h"
 #include "options.h"
 #include "program.h"
+#include "work_progress.h"
 
 // --- Edits ---
 
@@ -64,12 +65,15 @@ void RunEditNow(Program& App, const std::function<void(GLWaveEdit&)>& Edit,
 // of playback and the waveform summary's update: on an hour each of them
 // moves or reads gigabytes. What names it while it runs.
 void RunEdit(Program& App, const std::string& What, std::function<void(GLWaveEdit&)> Edit,
-             std::function<void()> Journal = nullptr)
+             std::function<void()> Journal = nullptr, bool Stoppable = false)
 {
-    App.Edits.Queue(What, [&App, Edit = std::move(Edit), Journal = std::move(Journal)] {
-        RunEditNow(App, Edit, Journal);
-        App.pEditor->RefreshWaveSummary();
-    });
+    App.Edits.Queue(
+        What,
+        [&App, Edit = std::move(Edit), Journal = std::move(Journal)] {
+            RunEditNow(App, Edit, Journal);
+            App.pEditor->RefreshWaveSummary();
+        },
+        Stoppable);
 }
 
 // Starting playback copies the whole document for the player (155 ms for an
@@ -145,12 +149,14 @@ void RunEffect(Program& App, const GLWaveEdit::Effect& What, const std::string& 
             const bool selected = Editor.HasSelection() && What.Name != "insert-silence";
             if (Editor.ApplyEffect(What, &error, span.get()))
                 App.Say(Title + " done" + (selected ? " on the selection." : "."));
+            else if (error == WorkCancelledMessage())
+                App.Say(Title + " cancelled: the document is as it was.");
             else if (OnRefusal)
                 OnRefusal(error);
             else
                 App.Complain(Title + ": " + error);
         },
-        [&App, What, span] { JournalEffect(App, What, *span); });
+        [&App, What, span] { JournalEffect(App, What, *span); }, true);
 }
 
 namespace

@@ -12,6 +12,7 @@
 #include "glwaveedit.h"
 #include "loudness.h"
 #include "program.h"
+#include "work_progress.h"
 
 namespace
 {
@@ -98,7 +99,10 @@ void Confirm(Program& App, const GLWaveEdit::Effect& What, const std::string& Ti
                       std::string error;
                       if (!editor.RenderEffect(What, editor.CurrentEffectSpan(What), result, &error))
                       {
-                          App.Complain(Title + ": " + error);
+                          if (error == WorkCancelledMessage())
+                              App.Say("Preview cancelled.");
+                          else
+                              App.Complain(Title + ": " + error);
                           return;
                       }
                       const size_t keep = static_cast<size_t>(kPreviewSec * editor.ActiveSampleRate()) *
@@ -111,7 +115,7 @@ void Confirm(Program& App, const GLWaveEdit::Effect& What, const std::string& Ti
                           App.Say("Previewing " + Title + ": the first 5 s of the result.");
                       else
                           App.Complain("Preview: " + error);
-                  });
+                  }, true);
                   Confirm(App, What, Title, Apply);
               });
 }
@@ -199,16 +203,19 @@ void MeasureLoudnessOfSpan(Program& App)
     App.Edits.Queue("Measuring loudness", [&App] {
         GLWaveEdit& editor = *App.pEditor;
         const GLWaveEdit::EffectSpan span = editor.CurrentEffectSpan({"normalize", 0, 0});
-        const std::vector<float>& frames = editor.ActiveFrames();
-        const int channels = editor.ActiveChannels();
+        // Through the editor, which keeps the figures: a loudness applied to
+        // the same frames next does not measure them again.
         LoudnessFigures figures;
-        const std::string error = MeasureLoudness(frames.data() + span.StartFrame * channels,
-                                                  span.EndFrame - span.StartFrame, channels,
-                                                  editor.ActiveSampleRate(), figures);
+        std::string error;
+        if (!editor.MeasureEffectSpan(span, figures, &error) && error == WorkCancelledMessage())
+        {
+            App.Say("Measuring cancelled.");
+            return;
+        }
         std::lock_guard<std::mutex> hold(RefusalLock);
         MeasuredText = (span.bWhole ? "The whole document:\n\n" : "The selection:\n\n") +
                        (error.empty() ? DescribeLoudness(figures) : "Cannot measure: " + error);
-    });
+    }, true);
 }
 
 void ShowMeasuredLoudness(Program& App)

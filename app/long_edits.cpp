@@ -19,9 +19,9 @@ constexpr float kDimmed = 0.55f;
 constexpr int kBusyFrameMs = 50;
 }  // namespace
 
-void LongEdits::Queue(const std::string& What, std::function<void()> Edit)
+void LongEdits::Queue(const std::string& What, std::function<void()> Edit, bool Stoppable)
 {
-    Queued.emplace_back(What, std::move(Edit));
+    Queued.push_back({What, std::move(Edit), Stoppable});
 }
 
 void LongEdits::KeepPicture(int Width, int Height)
@@ -44,15 +44,18 @@ void LongEdits::KeepPicture(int Width, int Height)
 void LongEdits::StartQueued()
 {
     StartedAt = std::chrono::steady_clock::now();
-    for (auto& [what, edit] : Queued)
+    for (Job& job : Queued)
     {
         ++Running;
-        Thread.Post([this, what = std::move(what), edit = std::move(edit)] {
+        Thread.Post([this, what = std::move(job.What), edit = std::move(job.Edit), stoppable = job.bStoppable] {
             {
                 std::lock_guard<std::mutex> hold(Lock);
                 Current = what;
+                Work.Reset();
+                bCurrentStoppable = stoppable;
             }
             edit();
+            bCurrentStoppable = false;
             std::lock_guard<std::mutex> hold(Lock);
             --Running;
             Ended.notify_all();
@@ -115,6 +118,26 @@ void LongEdits::DrawBusyFrame(int Width, int Height)
     char seconds[32];
     std::snprintf(seconds, sizeof seconds, "%.1f s", std::chrono::duration<double>(elapsed).count());
     ImGui::Text("%s...  %s", what.c_str(), seconds);
+    const double fraction = Work.Fraction();
+    const bool stoppable = bCurrentStoppable.load();
+    if (fraction >= 0.0)
+        ImGui::ProgressBar(static_cast<float>(fraction), ImVec2(ImGui::GetFontSize() * 18.0f, 0.0f));
+    if (stoppable && !Work.IsCancelled())
+    {
+        // The window takes no input: the click is found in SDL's queue
+        // (TakeStopRequests) on this button's place.
+        ImGui::Button("Cancel");
+        CancelButton[0] = ImGui::GetItemRectMin().x;
+        CancelButton[1] = ImGui::GetItemRectMin().y;
+        CancelButton[2] = ImGui::GetItemRectMax().x;
+        CancelButton[3] = ImGui::GetItemRectMax().y;
+        ImGui::SameLine();
+        ImGui::TextDisabled("or Esc stops it; the document stays as it was.");
+    }
+    else
+        CancelButton[2] = CancelButton[0];
+    if (stoppable && Work.IsCancelled())
+        ImGui::TextDisabled("Stopping...");
     ImGui::TextDisabled("Keys and clicks wait until it is done.");
     ImGui::End();
     ImGui::Render();
@@ -132,6 +155,7 @@ Uint64 RunBusyFrame(Program& App)
         return busyFrom;
     }
     SDL_PumpEvents();  // the window stays alive to the window manager
+    App.Edits.TakeStopRequests();
     int width = 1;
     int height = 1;
     SDL_GL_GetDrawableSize(App.pWindow, &width, &height);
@@ -145,4 +169,49 @@ void LongEdits::ReleasePicture()
     if (PictureTexture != 0)
         glDeleteTextures(1, &PictureTexture);
     PictureTexture = 0;
+}
+
+void LongEdits::TakeStopRequests()
+{
+    struct Look
+    {
+        LongEdits* Self;
+        bool bStop = false;
+    } look{this};
+    // SDL drops each event this answers 0 for and keeps the rest in order.
+    SDL_FilterEvents(
+        [](void* Data, SDL_Event* Event) -> int {
+            Look& look = *static_cast<Look*>(Data);
+            LongEdits& self = *look.Self;
+            if (!self.bCurrentStoppable.load())
+                return 1;
+            if (Event->type == SDL_KEYDOWN && Event->key.keysym.sym == SDLK_ESCAPE)
+            {
+                look.bStop = true;
+                return 0;
+            }
+            const bool press = Event->type == SDL_MOUSEBUTTONDOWN;
+            if ((press || Event->type == SDL_MOUSEBUTTONUP) && Event->button.button == SDL_BUTTON_LEFT)
+            {
+                const float x = static_cast<float>(Event->button.x);
+                const float y = static_cast<float>(Event->button.y);
+                const float* box = self.CancelButton;
+                const bool onButton = box[2] > box[0] && x >= box[0] && x < box[2] && y >= box[1] && y < box[3];
+                if (press && onButton)
+                {
+                    look.bStop = true;
+                    self.bSwallowRelease = true;
+                    return 0;
+                }
+                if (!press && self.bSwallowRelease)
+                {
+                    self.bSwallowRelease = false;
+                    return 0;
+                }
+            }
+            return 1;
+        },
+        &look);
+    if (look.bStop)
+        Work.Cancel();
 }

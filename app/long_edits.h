@@ -3,7 +3,10 @@
 // is queued here, and starts on a worker once the frame that asked for it is
 // drawn. Until it ends the frame thread leaves the editor alone: it shows
 // that frame again, and after a moment dims it and says what is being done.
-// Input waits in SDL's queue meanwhile and is taken in order afterwards.
+// Input waits in SDL's queue meanwhile and is taken in order afterwards,
+// but for Esc and a click on Cancel, which stop an edit that can be stopped:
+// such an edit reports its progress through Progress() and looks between its
+// blocks whether it was asked to stop.
 #pragma once
 
 #include <atomic>
@@ -16,6 +19,7 @@
 
 #include "jobs.h"
 #include "sdl_compat.h"
+#include "work_progress.h"
 
 struct Program;
 
@@ -27,7 +31,10 @@ public:
     LongEdits& operator=(const LongEdits&) = delete;
 
     // An edit to run after this frame; What names it for the user ("Cutting").
-    void Queue(const std::string& What, std::function<void()> Edit);
+    // A Stoppable edit reports to Progress() and ends early when asked to.
+    void Queue(const std::string& What, std::function<void()> Edit, bool Stoppable = false);
+    // Where the running edit reports; reset as each edit starts.
+    WorkProgress& Progress() { return Work; }
     // Queued or running: the editor is not the frame thread's now.
     bool IsBusy() const { return !Queued.empty() || IsRunning(); }
     bool IsRunning() const { return Running.load() > 0; }
@@ -43,9 +50,22 @@ public:
     void DrawBusyFrame(int Width, int Height);
     // The kept picture goes (GL context current).
     void ReleasePicture();
+    // Takes Esc and clicks on Cancel out of SDL's queue; either asks a
+    // stoppable running edit to stop. Frame thread.
+    void TakeStopRequests();
 
 private:
-    std::vector<std::pair<std::string, std::function<void()>>> Queued;
+    struct Job
+    {
+        std::string What;
+        std::function<void()> Edit;
+        bool bStoppable = false;
+    };
+    std::vector<Job> Queued;
+    WorkProgress Work;
+    std::atomic<bool> bCurrentStoppable{false};
+    float CancelButton[4] = {0, 0, 0, 0};  // x0, y0, x1, y1 in window points, as last drawn; 0 wide: none
+    bool bSwallowRelease = false;  // the press on Cancel was taken: its release goes too
     std::atomic<int> Running{0};
     mutable std::mutex Lock;
     std::condition_variable Ended;

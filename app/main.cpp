@@ -222,6 +222,7 @@ void RunFrame(Program& App, PointerInput& Pointer, Cursors& Shapes, std::string&
 
 void ConnectEditor(Program& App, GLWaveEdit& Editor, PointerInput& Pointer)
 {
+    Editor.SetEffectProgress(&App.Edits.Progress());  // Esc and Cancel stop an effect
     Editor.MinViewSpanSec = 0.01;  // deep enough to see single samples
     Editor.ScaleGutterPx = 64.0;  // the amplitude scale beside the audio, not over it
     App.Work.bPrepareDocuments = true;

@@ -133,14 +133,38 @@ void BM_LoudnessOfTheHour(benchmark::State& State)
     }
 }
 
-// The analysis the effect needs is inside the timing: it is part of the edit.
+// The analysis an effect needs (the peaks, the loudness) on its own...
+void BM_EffectAnalysisOfTheHour(benchmark::State& State, const char* Name, double A, double B)
+{
+    GLWaveEdit& editor = Editor();
+    editor.ClearSelection(false);
+    const GLWaveEdit::Effect effect{Name, A, B};
+    std::vector<float> gains;
+    for (auto _ : State)
+    {
+        State.PauseTiming();
+        editor.ApplyGainPercent(100.0);  // a change of the frames: the kept analysis goes
+        State.ResumeTiming();
+        if (!editor.EffectGains(effect, editor.CurrentEffectSpan(effect), gains))
+            State.SkipWithError(Name);
+    }
+}
+
+// ...and the edit after it, as the dialog's analysis leaves it.
 void BM_EffectOnTheWholeDocument(benchmark::State& State, const char* Name, double A, double B)
 {
     GLWaveEdit& editor = Editor();
     editor.ClearSelection(false);
+    const GLWaveEdit::Effect effect{Name, A, B};
+    std::vector<float> gains;
     for (auto _ : State)
-        if (!editor.ApplyEffect({Name, A, B}))
+    {
+        State.PauseTiming();
+        const bool analysed = editor.EffectGains(effect, editor.CurrentEffectSpan(effect), gains);
+        State.ResumeTiming();
+        if (!analysed || !editor.ApplyEffect(effect))
             State.SkipWithError(Name);
+    }
 }
 
 void BM_EffectOnTenSeconds(benchmark::State& State, const char* Name)
@@ -272,6 +296,10 @@ void BM_HoverPeakWithTheHourInView(benchmark::State& State)
 }  // namespace
 
 BENCHMARK(BM_LoudnessOfTheHour)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK_CAPTURE(BM_EffectAnalysisOfTheHour, normalize, "normalize", -1.0, 1.0)
+    ->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK_CAPTURE(BM_EffectAnalysisOfTheHour, loudness, "loudness", -30.0, 0.0)
+    ->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK_CAPTURE(BM_EffectOnTheWholeDocument, normalize, "normalize", -1.0, 1.0)
     ->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK_CAPTURE(BM_EffectOnTheWholeDocument, loudness, "loudness", -30.0, 0.0)

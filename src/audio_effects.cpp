@@ -8,6 +8,8 @@
 #include <cstring>
 #include <memory>
 
+#include "work_progress.h"
+
 extern "C"
 {
 #include <libavfilter/avfilter.h>
@@ -57,7 +59,7 @@ int Drain(AVFilterContext* Sink, AVFrame* Frame, int Channels, std::vector<float
 }  // namespace
 
 std::string AudioEffects::RunFilterChain(const std::string& Chain, const float* Frames, int64_t Count, int Channels,
-                                         int SampleRate, std::vector<float>& Out)
+                                         int SampleRate, std::vector<float>& Out, WorkProgress* Progress)
 {
     Out.clear();
     if (Channels <= 0 || SampleRate <= 0 || Count < 0)
@@ -128,6 +130,8 @@ std::string AudioEffects::RunFilterChain(const std::string& Chain, const float* 
         if ((error = Drain(sink, got.get(), Channels, Out)) < 0)
             return Why("filtering", error);
         done += block;
+        if (!WorkGoesOn(Progress, block))
+            return WorkCancelledMessage();
     }
     if ((error = av_buffersrc_add_frame(source, nullptr)) < 0)
         return Why("ending the filter", error);

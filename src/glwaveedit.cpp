@@ -709,6 +709,7 @@ double GLWaveEdit::WaveformPeakForSpan(double StartSec, double EndSec) const
 void GLWaveEdit::InvalidateWaveCaches()
 {
     bRenderSamplesValid = false;
+    ++FramesRevision;
 }
 
 // --- Time view ---

@@ -62,6 +62,8 @@
 #include "wave_summary.h"
 
 class GLDeckAudioPlayer;
+struct LoudnessFigures;
+struct WorkProgress;
 
 class GLWaveEdit : public GLChildWindow
 {
@@ -570,6 +572,21 @@ public:
                       std::string* ErrorMessage = nullptr) const;
     // The span ApplyEffect would take now.
     EffectSpan CurrentEffectSpan(const Effect& What) const;
+    // Where the effects report their passes and look for a stop request
+    // (work_progress.h); null, the default, runs every effect to its end.
+    // A stopped effect fails with "Cancelled." and leaves the document,
+    // its history and its selection as they were. The host owns Progress.
+    void SetEffectProgress(WorkProgress* Progress);
+    // The loudness figures of Span (loudness.h), as the loudness effect
+    // needs them. Kept until the frames change, so that an effect applied
+    // after a measurement of the same frames does not measure them again.
+    bool MeasureEffectSpan(const EffectSpan& Span, LoudnessFigures& Out, std::string* ErrorMessage = nullptr) const;
+    // The gain of each channel that normalize or loudness would apply to
+    // Span, from their analysis (the peaks, the loudness), which is kept as
+    // MeasureEffectSpan keeps its figures. False, with the reason, when the
+    // effect would be refused.
+    bool EffectGains(const Effect& What, const EffectSpan& Span, std::vector<float>& Gains,
+                     std::string* ErrorMessage = nullptr) const;
 
 private:
     // Called by every edit just before it changes the frames as Edit says:
@@ -578,6 +595,10 @@ private:
     EditRecord LastEditRecord;
     // The history's hook: nothing while the history is off.
     void HistoryBeforeChange(const EditRecord& Edit);
+    struct EffectAnalysis;
+    WorkProgress* pEffectProgress = nullptr;
+    mutable std::shared_ptr<EffectAnalysis> pEffectAnalysis;  // the last measurement, with what it measured
+    uint64_t FramesRevision = 0;  // bumped with every change of the frames (InvalidateWaveCaches)
     void HistoryForgetDocument(uint64_t DocumentId);
 
 public:

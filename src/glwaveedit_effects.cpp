@@ -2,7 +2,9 @@
 // first (RenderEffect, a const pass that may fail without touching the
 // document), then replaces them as one edit. The results depend only on the
 // span's frames and the parameters, so a journalled effect replays sample for
-// sample.
+// sample. Normalize and loudness work out a gain per channel first (their
+// analysis, kept while the frames stay as they were) and then apply it in
+// place: one pass over the frames, no copy of them.
 
 #include <algorithm>
 #include <cmath>
@@ -13,6 +15,7 @@
 #include "large_buffer.h"
 #include "loudness.h"
 #include "sample_kernels.h"
+#include "work_progress.h"
 
 using LargeBuffer::ReserveFloats;
 
@@ -56,7 +59,148 @@ std::string Db(double Value)
     std::snprintf(text, sizeof(text), "%.1f", Value);
     return text;
 }
+
+// Passes over a span are reported in blocks of this many frames, and a stop
+// request is looked at between them.
+constexpr int64_t kProgressBlock = 1 << 16;
+
+bool IsGainEffect(const std::string& Name)
+{
+    return Name == "normalize" || Name == "loudness";
+}
 }  // namespace
+
+// The last analysis, with what it was made from: a document, the revision of
+// its frames, where they lay and the span.
+struct GLWaveEdit::EffectAnalysis
+{
+    uint64_t DocumentId = 0;
+    uint64_t Revision = 0;
+    const float* Data = nullptr;
+    size_t Size = 0;
+    int64_t StartFrame = 0;
+    int64_t EndFrame = 0;
+    bool bHasLoudness = false;
+    LoudnessFigures Loudness;
+    std::vector<float> SamplePeaks;  // per channel
+
+    bool Describes(const GLWaveEdit& Editor, const EffectSpan& Span) const
+    {
+        return DocumentId == Editor.ActiveDocumentId() && Revision == Editor.FramesRevision &&
+               Data == Editor.PcmFrames.data() && Size == Editor.PcmFrames.size() &&
+               StartFrame == Span.StartFrame && EndFrame == Span.EndFrame;
+    }
+};
+
+void GLWaveEdit::SetEffectProgress(WorkProgress* Progress)
+{
+    pEffectProgress = Progress;
+}
+
+bool GLWaveEdit::MeasureEffectSpan(const EffectSpan& Span, LoudnessFigures& Out, std::string* ErrorMessage) const
+{
+    const auto fail = [ErrorMessage](const std::string& Message) {
+        if (ErrorMessage)
+            *ErrorMessage = Message;
+        return false;
+    };
+    if (PcmChannels <= 0 || PcmSampleRate <= 0)
+        return fail("No decoded PCM audio available.");
+    const int64_t count = static_cast<int64_t>(PcmFrames.size()) / PcmChannels;
+    if (Span.StartFrame < 0 || Span.EndFrame <= Span.StartFrame || Span.EndFrame > count)
+        return fail("The range is empty or outside the audio.");
+    if (pEffectAnalysis && pEffectAnalysis->bHasLoudness && pEffectAnalysis->Describes(*this, Span))
+    {
+        Out = pEffectAnalysis->Loudness;
+        return true;
+    }
+    BeginWorkPass(pEffectProgress, Span.EndFrame - Span.StartFrame);
+    const std::string error = MeasureLoudness(PcmFrames.data() + Span.StartFrame * PcmChannels,
+                                              Span.EndFrame - Span.StartFrame, PcmChannels, PcmSampleRate, Out,
+                                              pEffectProgress);
+    if (!error.empty())
+        return fail(error);
+    auto analysis = std::make_shared<EffectAnalysis>();
+    analysis->DocumentId = ActiveDocumentId();
+    analysis->Revision = FramesRevision;
+    analysis->Data = PcmFrames.data();
+    analysis->Size = PcmFrames.size();
+    analysis->StartFrame = Span.StartFrame;
+    analysis->EndFrame = Span.EndFrame;
+    analysis->bHasLoudness = true;
+    analysis->Loudness = Out;
+    pEffectAnalysis = std::move(analysis);
+    return true;
+}
+
+bool GLWaveEdit::EffectGains(const Effect& What, const EffectSpan& Span, std::vector<float>& Gains,
+                             std::string* ErrorMessage) const
+{
+    const auto fail = [ErrorMessage](const std::string& Message) {
+        if (ErrorMessage)
+            *ErrorMessage = Message;
+        return false;
+    };
+    const int channels = PcmChannels;
+    const int64_t length = Span.EndFrame - Span.StartFrame;
+    if (What.Name == "loudness")
+    {
+        LoudnessFigures figures;
+        std::string error;
+        if (!MeasureEffectSpan(Span, figures, &error))
+            return fail(error == WorkCancelledMessage() ? error : "Loudness: " + error);
+        if (!std::isfinite(figures.IntegratedLufs))
+            return fail("The audio is too quiet to measure its loudness.");
+        const LoudnessPlan plan = PlanLoudness(figures, What.A, What.B);
+        if (!plan.bFits)
+            return fail(Db(What.A) + " LUFS would put the true peak at " + Db(figures.TruePeakDbtp + plan.GainDb) +
+                        " dBTP, over the ceiling of " + Db(What.B) + " dBTP; " + Db(plan.ReachableLufs) +
+                        " LUFS is the loudest within it.");
+        Gains.assign(channels, static_cast<float>(Linear(plan.GainDb)));
+        return true;
+    }
+    if (What.A > 0.0)
+        return fail("The peak must be at most 0 dBFS.");
+    std::vector<float> peaks;
+    if (pEffectAnalysis && pEffectAnalysis->Describes(*this, Span) && !pEffectAnalysis->SamplePeaks.empty())
+        peaks = pEffectAnalysis->SamplePeaks;
+    else
+    {
+        peaks.assign(channels, 0.0f);
+        BeginWorkPass(pEffectProgress, length);
+        const float* const first = PcmFrames.data() + Span.StartFrame * channels;
+        for (int64_t done = 0; done < length; done += kProgressBlock)
+        {
+            const int64_t block = std::min(kProgressBlock, length - done);
+            for (const float* sample = first + done * channels; sample < first + (done + block) * channels;
+                 sample += channels)
+                for (int channel = 0; channel < channels; ++channel)
+                    peaks[channel] = std::max(peaks[channel], std::fabs(sample[channel]));
+            if (!WorkGoesOn(pEffectProgress, block))
+                return fail(WorkCancelledMessage());
+        }
+        auto analysis = std::make_shared<EffectAnalysis>();
+        analysis->DocumentId = ActiveDocumentId();
+        analysis->Revision = FramesRevision;
+        analysis->Data = PcmFrames.data();
+        analysis->Size = PcmFrames.size();
+        analysis->StartFrame = Span.StartFrame;
+        analysis->EndFrame = Span.EndFrame;
+        analysis->SamplePeaks = peaks;
+        pEffectAnalysis = std::move(analysis);
+    }
+    const float loudest = *std::max_element(peaks.begin(), peaks.end());
+    if (!(loudest > 0.0f))
+        return fail("The audio is silent: there is no peak to normalize.");
+    Gains.assign(channels, 1.0f);
+    for (int channel = 0; channel < channels; ++channel)
+    {
+        const float peak = What.B != 0.0 ? loudest : peaks[channel];
+        if (peak > 0.0f)
+            Gains[channel] = static_cast<float>(Linear(What.A) / peak);
+    }
+    return true;
+}
 
 GLWaveEdit::EffectSpan GLWaveEdit::CurrentEffectSpan(const Effect& What) const
 {
@@ -108,6 +252,7 @@ bool GLWaveEdit::RenderEffect(const Effect& What, const EffectSpan& Span, std::v
     }
     if (length == 0)
         return fail("The selected range is empty.");
+    BeginWorkPass(pEffectProgress, length);
 
     if (What.Name == "fade-in" || What.Name == "fade-out")
     {
@@ -117,18 +262,19 @@ bool GLWaveEdit::RenderEffect(const Effect& What, const EffectSpan& Span, std::v
             return fail("The fade's curve is 0 (linear), 1 (logarithmic) or 2 (S-curve).");
         const std::string chain = std::string("afade=t=") + (What.Name == "fade-in" ? "in" : "out") +
                                   ":ss=0:ns=" + std::to_string(length) + ":curve=" + kCurves[curve];
-        const std::string error = AudioEffects::RunFilterChain(chain, first, length, channels, PcmSampleRate, Out);
+        const std::string error = AudioEffects::RunFilterChain(chain, first, length, channels, PcmSampleRate, Out,
+                                                               pEffectProgress);
         if (!error.empty())
-            return fail("Fade: " + error);
+            return fail(error == WorkCancelledMessage() ? error : "Fade: " + error);
     }
     else if (What.Name == "highpass")
     {
         if (!(What.A > 0.0) || What.A >= PcmSampleRate / 2.0)
             return fail("The cutoff must be above 0 Hz and below half the sample rate.");
         const std::string error = AudioEffects::RunFilterChain("highpass=f=" + std::to_string(What.A), first, length,
-                                                               channels, PcmSampleRate, Out);
+                                                               channels, PcmSampleRate, Out, pEffectProgress);
         if (!error.empty())
-            return fail("High-pass: " + error);
+            return fail(error == WorkCancelledMessage() ? error : "High-pass: " + error);
     }
     else if (What.Name == "silence")
         Out.assign(static_cast<size_t>(length) * channels, 0.0f);
@@ -136,16 +282,28 @@ bool GLWaveEdit::RenderEffect(const Effect& What, const EffectSpan& Span, std::v
     {
         ReserveFloats(Out, static_cast<size_t>(length) * channels);
         Out.resize(static_cast<size_t>(length) * channels);
-        for (int64_t frame = 0; frame < length; ++frame)
-            std::copy(first + (length - 1 - frame) * channels, first + (length - frame) * channels,
-                      Out.data() + frame * channels);
+        for (int64_t done = 0; done < length; done += kProgressBlock)
+        {
+            const int64_t end = std::min(length, done + kProgressBlock);
+            for (int64_t frame = done; frame < end; ++frame)
+                std::copy(first + (length - 1 - frame) * channels, first + (length - frame) * channels,
+                          Out.data() + frame * channels);
+            if (!WorkGoesOn(pEffectProgress, end - done))
+                return fail(WorkCancelledMessage());
+        }
     }
     else if (What.Name == "dc")
     {
         std::vector<double> sums(channels, 0.0);
-        for (const float* sample = first; sample < last; sample += channels)
-            for (int channel = 0; channel < channels; ++channel)
-                sums[channel] += sample[channel];
+        for (int64_t done = 0; done < length; done += kProgressBlock)
+        {
+            const float* const end = first + std::min(length, done + kProgressBlock) * channels;
+            for (const float* sample = first + done * channels; sample < end; sample += channels)
+                for (int channel = 0; channel < channels; ++channel)
+                    sums[channel] += sample[channel];
+            if (!WorkGoesOn(pEffectProgress, std::min(kProgressBlock, length - done)))
+                return fail(WorkCancelledMessage());
+        }
         ReserveFloats(Out, static_cast<size_t>(length) * channels);
         Out.assign(first, last);
         for (int channel = 0; channel < channels; ++channel)
@@ -155,45 +313,14 @@ bool GLWaveEdit::RenderEffect(const Effect& What, const EffectSpan& Span, std::v
                 Out[frame * channels + channel] -= mean;
         }
     }
-    else if (What.Name == "normalize")
+    else if (IsGainEffect(What.Name))
     {
-        if (What.A > 0.0)
-            return fail("The peak must be at most 0 dBFS.");
-        std::vector<float> peaks(channels, 0.0f);
-        for (const float* sample = first; sample < last; sample += channels)
-            for (int channel = 0; channel < channels; ++channel)
-                peaks[channel] = std::max(peaks[channel], std::fabs(sample[channel]));
-        const float loudest = *std::max_element(peaks.begin(), peaks.end());
-        if (!(loudest > 0.0f))
-            return fail("The audio is silent: there is no peak to normalize.");
+        std::vector<float> gains;
+        if (!EffectGains(What, Span, gains, ErrorMessage))
+            return false;
         ReserveFloats(Out, static_cast<size_t>(length) * channels);
         Out.assign(first, last);
-        for (int channel = 0; channel < channels; ++channel)
-        {
-            const float peak = What.B != 0.0 ? loudest : peaks[channel];
-            if (!(peak > 0.0f))
-                continue;
-            const float gain = static_cast<float>(Linear(What.A) / peak);
-            for (int64_t frame = 0; frame < length; ++frame)
-                Out[frame * channels + channel] = std::clamp(Out[frame * channels + channel] * gain, -1.0f, 1.0f);
-        }
-    }
-    else if (What.Name == "loudness")
-    {
-        LoudnessFigures figures;
-        const std::string error = MeasureLoudness(first, length, channels, PcmSampleRate, figures);
-        if (!error.empty())
-            return fail("Loudness: " + error);
-        if (!std::isfinite(figures.IntegratedLufs))
-            return fail("The audio is too quiet to measure its loudness.");
-        const LoudnessPlan plan = PlanLoudness(figures, What.A, What.B);
-        if (!plan.bFits)
-            return fail(Db(What.A) + " LUFS would put the true peak at " + Db(figures.TruePeakDbtp + plan.GainDb) +
-                        " dBTP, over the ceiling of " + Db(What.B) + " dBTP; " + Db(plan.ReachableLufs) +
-                        " LUFS is the loudest within it.");
-        ReserveFloats(Out, static_cast<size_t>(length) * channels);
-        Out.assign(first, last);
-        SampleKernels::ApplyGainClamped(Out.data(), Out.data() + Out.size(), static_cast<float>(Linear(plan.GainDb)));
+        SampleKernels::ApplyChannelGainsClamped(Out.data(), length, channels, gains.data());
     }
     else if (What.Name == "trim-silence")
     {
@@ -242,15 +369,28 @@ bool GLWaveEdit::ApplyEffect(const Effect& What, std::string* ErrorMessage, Effe
 bool GLWaveEdit::ApplyEffectToFrames(const Effect& What, const EffectSpan& Span, std::string* ErrorMessage)
 {
     std::vector<float> result;
-    if (!RenderEffect(What, Span, result, ErrorMessage))
+    std::vector<float> gains;
+    const int64_t oldLength = Span.EndFrame - Span.StartFrame;
+    // A gain needs no copy of the frames: it is applied where they are, once
+    // nothing can fail any more.
+    const bool bInPlace = IsGainEffect(What.Name) && bUsePcmFrames && PcmChannels > 0 && PcmSampleRate > 0 &&
+                          Span.StartFrame >= 0 && Span.EndFrame > Span.StartFrame &&
+                          Span.EndFrame <= static_cast<int64_t>(PcmFrames.size()) / PcmChannels;
+    if (bInPlace ? !EffectGains(What, Span, gains, ErrorMessage) : !RenderEffect(What, Span, result, ErrorMessage))
         return false;
     const int channels = PcmChannels;
-    const int64_t newLength = static_cast<int64_t>(result.size()) / channels;
-    const int64_t oldLength = Span.EndFrame - Span.StartFrame;
+    const int64_t newLength = bInPlace ? oldLength : static_cast<int64_t>(result.size()) / channels;
 
+    // From here on the edit goes through: a stop request is too late.
     StopPlayback();
     RecordEdit({EditKind::Effect, Span.StartFrame, oldLength, newLength});
-    if (newLength == oldLength)
+    if (bInPlace)
+    {
+        SampleKernels::ApplyChannelGainsClamped(PcmFrames.data() + Span.StartFrame * channels, oldLength, channels,
+                                                gains.data());
+        NoteFramesChanged(Span.StartFrame, Span.EndFrame);
+    }
+    else if (newLength == oldLength)
     {
         std::copy(result.begin(), result.end(), PcmFrames.begin() + Span.StartFrame * channels);
         NoteFramesChanged(Span.StartFrame, Span.EndFrame);

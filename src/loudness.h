@@ -18,10 +18,13 @@ struct LoudnessFigures
     std::vector<double> DcOffset;        // per channel, as a fraction of full scale
 };
 
+struct WorkProgress;
+
 // Measures Count frames; two threads, each reads the frames once. "" on
-// success, else what went wrong.
+// success, else what went wrong. With Progress, Count units are counted as
+// done over the run, and a stop request ends it with WorkCancelledMessage().
 std::string MeasureLoudness(const float* Frames, int64_t Count, int Channels, int SampleRate,
-                            LoudnessFigures& Out);
+                            LoudnessFigures& Out, WorkProgress* Progress = nullptr);
 
 // A figure as text with one decimal: "-16.0", "-inf".
 std::string FormatLevel(double Value);

@@ -40,6 +40,41 @@ void ApplyGainClamped(float* First, float* Last, float Gain)
         *sample = GainOne(*sample, Gain);
 }
 
+void ApplyChannelGainsClamped(float* Frames, int64_t FrameCount, int Channels, const float* Gains)
+{
+    if (FrameCount <= 0 || Channels <= 0)
+        return;
+    bool bOneGain = true;
+    for (int channel = 1; channel < Channels; ++channel)
+        bOneGain = bOneGain && Gains[channel] == Gains[0];
+    if (bOneGain)
+        return ApplyGainClamped(Frames, Frames + FrameCount * Channels, Gains[0]);
+    int64_t frame = 0;
+#if defined(__SSE2__)
+    // One, two or four channels repeat within four lanes: a vector of gains
+    // in the frames' own order.
+    if (Channels == 2 || Channels == 4)
+    {
+        const __m128 gain = Channels == 2 ? _mm_setr_ps(Gains[0], Gains[1], Gains[0], Gains[1])
+                                          : _mm_setr_ps(Gains[0], Gains[1], Gains[2], Gains[3]);
+        const __m128 low = _mm_set1_ps(-1.0f);
+        const __m128 high = _mm_set1_ps(1.0f);
+        const int64_t framesPerVector = 4 / Channels;
+        for (; FrameCount - frame >= framesPerVector; frame += framesPerVector)
+        {
+            float* sample = Frames + frame * Channels;
+            __m128 product = _mm_mul_ps(_mm_loadu_ps(sample), gain);
+            product = _mm_and_ps(product, _mm_cmpord_ps(product, product));
+            product = _mm_min_ps(high, _mm_max_ps(low, product));
+            _mm_storeu_ps(sample, product);
+        }
+    }
+#endif
+    for (; frame < FrameCount; ++frame)
+        for (int channel = 0; channel < Channels; ++channel)
+            Frames[frame * Channels + channel] = GainOne(Frames[frame * Channels + channel], Gains[channel]);
+}
+
 // --- Channel mix ---
 
 static void FoldMixScalar(const float* Frames, int64_t FrameCount, int Channels, float& InOutMin,

@@ -12,6 +12,10 @@ namespace SampleKernels
 // or becomes NaN turns into silence (0.0).
 void ApplyGainClamped(float* First, float* Last, float Gain);
 
+// The same with a gain per channel: each of FrameCount interleaved frames of
+// Channels samples has its sample of channel c times Gains[c].
+void ApplyChannelGainsClamped(float* Frames, int64_t FrameCount, int Channels, const float* Gains);
+
 // Folds the mix of each of FrameCount interleaved frames (the sum of its
 // Channels samples divided by Channels) into InOutMin and InOutMax. A NaN mix
 // changes neither.

@@ -13,6 +13,7 @@
 
 #include "loudness.h"
 #include "test_support.h"
+#include "work_progress.h"
 
 namespace
 {
@@ -176,6 +177,28 @@ TEST(Effects, InsertedSilenceAndRefusalsThatLeaveTheAudioAlone)
         EXPECT_NE(error.find(r.Says), std::string::npos) << error;
         EXPECT_TRUE(editor.ActiveFrames() == r.Audio);
     }
+
+    // A stop request (Esc in the program) ends each kind of pass, a filter
+    // graph's, a scan's, the loudness meter's, before the edit: the audio and
+    // the history stay as they were.
+    WorkProgress stop;
+    stop.Cancel();
+    editor.EnableEditHistory(size_t(1) << 24);
+    editor.SetEffectProgress(&stop);
+    const GLWaveEdit::Effect stopped[] = {
+        {"fade-in", 0, 0}, {"reverse", 0, 0}, {"dc", 0, 0}, {"normalize", -1, 1}, {"loudness", -20, 0}};
+    for (const GLWaveEdit::Effect& what : stopped)
+    {
+        SCOPED_TRACE(what.Name);
+        Load(editor, Sine(1, 1000, 0.25f));
+        const Frames before = Access::PcmFrames(editor);
+        std::string error;
+        EXPECT_FALSE(editor.ApplyEffect(what, &error));
+        EXPECT_EQ(error, WorkCancelledMessage());
+        EXPECT_TRUE(Access::PcmFrames(editor) == before);
+        EXPECT_FALSE(editor.CanUndo());
+    }
+    editor.SetEffectProgress(nullptr);
 }
 
 namespace
