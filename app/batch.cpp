@@ -10,6 +10,7 @@
 
 #include "glwaveedit.h"
 #include "loudness.h"
+#include "markers.h"
 #include "jobs.h"
 #include "session.h"
 
@@ -87,6 +88,7 @@ bool SaveAndWait(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const std::strin
     request.SampleRate = Editor.ActiveSampleRate();
     request.Channels = Editor.ActiveChannels();
     request.Tags = Docs.Info(id).Tags;
+    request.Markers = TimedMarkersOf(Editor);
     request.Source = Docs.Info(id).Source;
     request.Format = BatchSaveFormat(request.Source, Opts);
     request.BitrateKbps = request.Format.BitrateKbps;
@@ -160,6 +162,7 @@ void AdoptOpened(GLWaveEdit& Editor, Session& Docs, OpenResult& Opened)
     info.Tags = std::move(Opened.Audio.Tags);
     info.Source = Opened.Source;
     info.Save = DefaultSaveFormat(info.Source, info.Save.BitrateKbps);
+    TakeFileMarkers(Editor, Opened.Audio.Markers);
 }
 
 bool OpenAndWait(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const std::string& Path, std::string& OutError)
@@ -226,6 +229,7 @@ int RunBatch(const Options& Opts)
         return 2;
     }
     GLWaveEdit editor;
+    editor.EnableMarkers(true);  // a file's markers follow the steps into the saved file
     Jobs work;
     work.bPrepareDocuments = true;  // the window's path: one open to time and trust
     Session docs;

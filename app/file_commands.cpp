@@ -12,6 +12,7 @@
 
 #include "batch.h"
 #include "glwaveedit.h"
+#include "markers.h"
 #include "program.h"
 
 namespace fs = std::filesystem;
@@ -74,6 +75,7 @@ void StartSaveJob(Program& App, uint64_t Id, const std::string& Path, int Bitrat
     request.Channels = editor.ActiveChannels();
     const DocumentInfo& info = App.Docs.Info(Id);
     request.Tags = info.Tags;
+    request.Markers = TimedMarkersOf(editor);
     request.Source = info.Source;
     request.Format = info.Save;
     request.Format.BitrateKbps = BitrateKbps;
@@ -321,6 +323,7 @@ void TakeFinishedJobs(Program& App)
             DocumentInfo& info = App.Docs.Info(saved.DocumentId);
             info.SaveTarget = saved.Path;
             info.SavedStateId = saved.StateId;
+            info.bMarkersChanged = false;
             NoteDiskStamp(App, saved.DocumentId, saved.Path);
             // Edits made while it saved stay journalled against the old base.
             if (editor.EditStateIdOf(saved.DocumentId) == saved.StateId)

@@ -62,10 +62,13 @@ void ReplayOntoActive(Program& App, const FoundJournal& Found, const std::string
     GLWaveEdit& editor = *App.pEditor;
     size_t replayed = 0;
     for (const JournalEntry& entry : Found.Entries)
-        if (entry.Kind == "effect" ? editor.ApplyEffectToFrames({entry.Effect, entry.EffectA, entry.EffectB},
-                                                               {entry.StartFrame, entry.EndFrame, entry.bWhole})
-                                   : editor.ReplayEdit(entry.Kind, entry.StartFrame, entry.EndFrame, entry.Percent,
-                                                       entry.Inserted))
+        if (entry.Kind.rfind("marker-", 0) == 0
+                ? editor.ReplayMarkerChange(entry.Kind,
+                                            {entry.MarkerId, entry.StartFrame, entry.EndFrame, entry.MarkerName})
+            : entry.Kind == "effect" ? editor.ApplyEffectToFrames({entry.Effect, entry.EffectA, entry.EffectB},
+                                                                  {entry.StartFrame, entry.EndFrame, entry.bWhole})
+                                     : editor.ReplayEdit(entry.Kind, entry.StartFrame, entry.EndFrame, entry.Percent,
+                                                         entry.Inserted))
             ++replayed;
     App.Recovery.Adopt(editor.DocumentIdAt(editor.ActiveDocument()), Found);
     if (replayed == Found.Entries.size())
@@ -181,6 +184,19 @@ void JournalEffect(Program& App, const GLWaveEdit::Effect& What, const GLWaveEdi
     entry.EffectA = What.A;
     entry.EffectB = What.B;
     entry.bWhole = Span.bWhole;
+    const uint64_t id = editor.DocumentIdAt(editor.ActiveDocument());
+    App.Recovery.Record(id, JournalBase(App.Docs.Info(id)), std::move(entry));
+}
+
+void JournalMarkerChange(Program& App, const std::string& Kind, const GLWaveEdit::Marker& What)
+{
+    GLWaveEdit& editor = *App.pEditor;
+    JournalEntry entry;
+    entry.Kind = Kind;
+    entry.StartFrame = What.StartFrame;
+    entry.EndFrame = What.EndFrame;
+    entry.MarkerId = What.Id;
+    entry.MarkerName = What.Name;
     const uint64_t id = editor.DocumentIdAt(editor.ActiveDocument());
     App.Recovery.Record(id, JournalBase(App.Docs.Info(id)), std::move(entry));
 }

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "marker_files.h"
+
 struct DecodedAudio
 {
     // Interleaved float, 48000 Hz, 2 channels. Laid out once, on huge pages.
@@ -49,6 +51,10 @@ struct DecodedAudio
     // Container and stream tags, keys lower-cased: title, artist, album, track,
     // date, comment and whatever else the file carries. The container's win.
     std::map<std::string, std::string> Tags;
+    // The chapters FFmpeg reports for the file, by time: a chapter that ends
+    // where it starts is a marker. (A WAV file's cue points are not among
+    // them: ReadWavCues in marker_files.h reads those.)
+    std::vector<TimedMarker> Markers;
 };
 
 // 6 GiB of float is 4.7 hours at 48000 Hz stereo: beyond any file the editor

@@ -36,6 +36,7 @@ struct GLWaveEdit::EditHistory
         int64_t OldFrames = 0;     // length of the region before the edit
         int64_t NewFrames = 0;     // length of the region after it
         std::vector<float> Held;   // applied: the old region; undone: the new one
+        std::shared_ptr<MarkerEditRecord> Markers;  // what the markers need back; null: nothing
         ViewAndSelection Before;   // what the edit had, brought back by undo
         ViewAndSelection After;    // what undo found, brought back by redo
         size_t Bytes() const { return Held.capacity() * sizeof(float); }
@@ -143,6 +144,8 @@ void GLWaveEdit::HistoryForgetDocument(uint64_t DocumentId)
 // clipboard there).
 void GLWaveEdit::HistoryBeforeChange(int64_t StartFrame, int64_t OldEndFrame, int64_t NewFrames)
 {
+    // Markers follow every edit, kept in the history or not.
+    std::shared_ptr<MarkerEditRecord> markerRecord = MarkersFollowEdit(StartFrame, OldEndFrame - StartFrame, NewFrames);
     const uint64_t documentId = ActiveDocumentId();
     if (!pEditHistory || documentId == 0 || PcmChannels <= 0)
         return;
@@ -171,6 +174,7 @@ void GLWaveEdit::HistoryBeforeChange(int64_t StartFrame, int64_t OldEndFrame, in
     LargeBuffer::AssignFloats(step.Held, PcmFrames.data() + StartFrame * PcmChannels,
                               PcmFrames.data() + OldEndFrame * PcmChannels);
     step.Before = {ViewStartSec, ViewEndSec, SelectionStartValueSec, SelectionEndValueSec, true};
+    step.Markers = std::move(markerRecord);
     history.TotalBytes += step.Bytes();
     doc.Steps.push_back(std::move(step));
     doc.Applied = doc.Steps.size();
@@ -222,6 +226,7 @@ bool GLWaveEdit::Undo()
     SwapRegion(PcmFrames, PcmChannels, step.StartFrame, step.NewFrames, step.Held);
     history.TotalBytes += step.Bytes();
     --doc.Applied;
+    MarkersSwapEdit(step.Markers, step.StartFrame, step.NewFrames, step.OldFrames);
     NoteFramesChanged(step.StartFrame, step.OldFrames == step.NewFrames ? step.StartFrame + step.OldFrames : -1);
     DurationSec = static_cast<double>(PcmFrames.size() / static_cast<size_t>(PcmChannels)) / PcmSampleRate;
 
@@ -250,6 +255,7 @@ bool GLWaveEdit::Redo()
     SwapRegion(PcmFrames, PcmChannels, step.StartFrame, step.OldFrames, step.Held);
     history.TotalBytes += step.Bytes();
     ++doc.Applied;
+    MarkersSwapEdit(step.Markers, step.StartFrame, step.OldFrames, step.NewFrames);
     NoteFramesChanged(step.StartFrame, step.OldFrames == step.NewFrames ? step.StartFrame + step.NewFrames : -1);
     DurationSec = static_cast<double>(PcmFrames.size() / static_cast<size_t>(PcmChannels)) / PcmSampleRate;
 
