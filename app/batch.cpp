@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <thread>
@@ -147,6 +148,22 @@ bool RunEffectStep(GLWaveEdit& Editor, const BatchStep& Step, std::string& Error
         Editor.ClearSelection(true);
     return applied;
 }
+bool RunMarkerStep(GLWaveEdit& Editor, const BatchStep& Step, std::string& Error)
+{
+    const double rate = Editor.ActiveSampleRate();
+    if (Step.What == BatchStep::ExportMarkers)
+        return WriteLabelFile(Step.Path, TimedMarkersOf(Editor), Error);
+    std::vector<TimedMarker> added{{Step.A, Step.A, Step.Path}};
+    if (Step.What == BatchStep::ImportMarkers && !ReadLabelFile(Step.Path, added, Error))
+        return false;
+    for (const TimedMarker& m : added)
+        if (Editor.AddMarker(std::llround(m.StartSec * rate), std::llround(m.EndSec * rate), m.Name) == 0)
+        {
+            Error = "cannot add a marker without audio";
+            return false;
+        }
+    return true;
+}
 }  // namespace
 
 void AdoptOpened(GLWaveEdit& Editor, Session& Docs, OpenResult& Opened)
@@ -210,6 +227,15 @@ bool RunBatchSteps(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const Options&
         case BatchStep::Save:
             if (!SaveAndWait(Editor, Work, Docs, step.Path, Opts))
                 return false;
+            break;
+        case BatchStep::ImportMarkers:
+        case BatchStep::AddMarker:
+        case BatchStep::ExportMarkers:
+            if (!RunMarkerStep(Editor, step, error))
+            {
+                std::fprintf(stderr, "glwaveedit: %s\n", error.c_str());
+                return false;
+            }
             break;
         }
     }
