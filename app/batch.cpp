@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <thread>
 
 #include "glwaveedit.h"
 #include "loudness.h"
+#include "markers.h"
 #include "jobs.h"
 #include "session.h"
 
@@ -87,6 +89,7 @@ bool SaveAndWait(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const std::strin
     request.SampleRate = Editor.ActiveSampleRate();
     request.Channels = Editor.ActiveChannels();
     request.Tags = Docs.Info(id).Tags;
+    request.Markers = TimedMarkersOf(Editor);
     request.Source = Docs.Info(id).Source;
     request.Format = BatchSaveFormat(request.Source, Opts);
     request.BitrateKbps = request.Format.BitrateKbps;
@@ -145,6 +148,22 @@ bool RunEffectStep(GLWaveEdit& Editor, const BatchStep& Step, std::string& Error
         Editor.ClearSelection(true);
     return applied;
 }
+bool RunMarkerStep(GLWaveEdit& Editor, const BatchStep& Step, std::string& Error)
+{
+    const double rate = Editor.ActiveSampleRate();
+    if (Step.What == BatchStep::ExportMarkers)
+        return WriteLabelFile(Step.Path, TimedMarkersOf(Editor), Error);
+    std::vector<TimedMarker> added{{Step.A, Step.A, Step.Path}};
+    if (Step.What == BatchStep::ImportMarkers && !ReadLabelFile(Step.Path, added, Error))
+        return false;
+    for (const TimedMarker& m : added)
+        if (Editor.AddMarker(std::llround(m.StartSec * rate), std::llround(m.EndSec * rate), m.Name) == 0)
+        {
+            Error = "cannot add a marker without audio";
+            return false;
+        }
+    return true;
+}
 }  // namespace
 
 void AdoptOpened(GLWaveEdit& Editor, Session& Docs, OpenResult& Opened)
@@ -160,6 +179,7 @@ void AdoptOpened(GLWaveEdit& Editor, Session& Docs, OpenResult& Opened)
     info.Tags = std::move(Opened.Audio.Tags);
     info.Source = Opened.Source;
     info.Save = DefaultSaveFormat(info.Source, info.Save.BitrateKbps);
+    TakeFileMarkers(Editor, Opened.Audio.Markers);
 }
 
 bool OpenAndWait(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const std::string& Path, std::string& OutError)
@@ -208,6 +228,15 @@ bool RunBatchSteps(GLWaveEdit& Editor, Jobs& Work, Session& Docs, const Options&
             if (!SaveAndWait(Editor, Work, Docs, step.Path, Opts))
                 return false;
             break;
+        case BatchStep::ImportMarkers:
+        case BatchStep::AddMarker:
+        case BatchStep::ExportMarkers:
+            if (!RunMarkerStep(Editor, step, error))
+            {
+                std::fprintf(stderr, "glwaveedit: %s\n", error.c_str());
+                return false;
+            }
+            break;
         }
     }
     return true;
@@ -226,6 +255,7 @@ int RunBatch(const Options& Opts)
         return 2;
     }
     GLWaveEdit editor;
+    editor.EnableMarkers(true);  // a file's markers follow the steps into the saved file
     Jobs work;
     work.bPrepareDocuments = true;  // the window's path: one open to time and trust
     Session docs;

@@ -14,6 +14,7 @@
 #include <memory>
 
 #include "glwaveedit.h"
+#include "markers.h"
 #include "options.h"
 #include "program.h"
 #include "work_progress.h"
@@ -232,6 +233,9 @@ const std::vector<Command>& Commands()
         {"Edit", "Gain +10%", "Ctrl+Up", SDLK_UP, true, false, HasPcm, [](Program& App) { Gain(App, 110.0); }},
         {"Edit", "Gain -10%", "Ctrl+Down", SDLK_DOWN, true, false, HasPcm, [](Program& App) { Gain(App, 90.0); }},
         {"Edit", "Gain...", "", 0, false, false, HasPcm, AskGain},
+        {"Edit", "Add marker", "M", SDLK_m, false, false, HasPcm, AddMarkerAtPlayPosition},
+        {"Edit", "Add region from selection", "Ctrl+B", SDLK_b, true, false, HasSelectionToEdit,
+         AddRegionFromSelection},
         {"View", "Fit whole document", "F", 0, false, false, nullptr, ZoomFit},
         {"View", "Fit whole document", "Ctrl+F", SDLK_f, true, false, nullptr, ZoomFit},
         {"View", "Zoom in", "Ctrl+1", SDLK_1, true, false, HasPcm, ZoomIn},
@@ -275,6 +279,10 @@ const std::vector<Command>& Commands()
         {"Play", "Speed 1.25x", "", 0, false, false, nullptr, [](Program& App) { SetPlaybackSpeed(App, 1.25); }},
         {"Play", "Speed 1.5x", "", 0, false, false, nullptr, [](Program& App) { SetPlaybackSpeed(App, 1.5); }},
         {"Play", "Speed 2x", "", 0, false, false, nullptr, [](Program& App) { SetPlaybackSpeed(App, 2.0); }},
+        {"Play", "Previous marker", "[", SDLK_LEFTBRACKET, false, false, HasMarkers,
+         [](Program& App) { GoToMarkerEdge(App, -1); }},
+        {"Play", "Next marker", "]", SDLK_RIGHTBRACKET, false, false, HasMarkers,
+         [](Program& App) { GoToMarkerEdge(App, 1); }},
         {"Play", "Step back", "Left", SDLK_LEFT, false, false, HasPcm,
          [](Program& App) { StepPlayPosition(App, -0.1); }},
         {"Play", "Step forward", "Right", SDLK_RIGHT, false, false, HasPcm,

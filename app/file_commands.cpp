@@ -13,6 +13,7 @@
 #include "audio_codec_internal.h"
 #include "batch.h"
 #include "glwaveedit.h"
+#include "markers.h"
 #include "program.h"
 
 namespace fs = std::filesystem;
@@ -75,6 +76,7 @@ void StartSaveJob(Program& App, uint64_t Id, const std::string& Path, int Bitrat
     request.Channels = editor.ActiveChannels();
     const DocumentInfo& info = App.Docs.Info(Id);
     request.Tags = info.Tags;
+    request.Markers = TimedMarkersOf(editor);
     request.Source = info.Source;
     request.Format = info.Save;
     request.Format.BitrateKbps = BitrateKbps;
@@ -323,6 +325,7 @@ void TakeFinishedJobs(Program& App)
             DocumentInfo& info = App.Docs.Info(saved.DocumentId);
             info.SaveTarget = saved.Path;
             info.SavedStateId = saved.StateId;
+            info.bMarkersChanged = false;
             NoteDiskStamp(App, saved.DocumentId, saved.Path);
             // Edits made while it saved stay journalled against the old base.
             if (editor.EditStateIdOf(saved.DocumentId) == saved.StateId)

@@ -117,6 +117,10 @@ void Jobs::RunOpen(const std::string& Path)
     result.bCancelled = !result.bOk && cancel->load();
     if (result.bOk)
     {
+        // FFmpeg reads no cue points; a WAV file's markers are there.
+        std::string cueError;
+        if (result.Audio.SourceContainer == "wav")
+            ReadWavCues(Path, result.Audio.Markers, cueError);
         result.Format = DescribeFormat(result.Audio);
         result.Source = SourceFormatOf(result.Audio);
     }
@@ -204,6 +208,7 @@ void Jobs::RunSave(const SaveRequest& Request)
     EncodeOptions options;
     options.BitrateKbps = Request.BitrateKbps;
     options.Tags = Request.Tags;
+    options.Markers = Request.Markers;
     options.pProgress = &SaveFraction;
     options.pCancel = &bCancelSave;
     if (Request.bOwnFormat)

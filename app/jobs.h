@@ -69,6 +69,7 @@ struct SaveRequest
     int Channels = kDocumentChannels;
     int BitrateKbps = 192;
     std::map<std::string, std::string> Tags;
+    std::vector<TimedMarker> Markers;  // as cue points or chapters
     // Written in this format, converted from the frames on the way; without
     // it, at the frames' own rate and channels in the container's default.
     bool bOwnFormat = false;

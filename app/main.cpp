@@ -27,6 +27,7 @@
 #include "frame_times.h"
 #include "glwaveedit.h"
 #include "input.h"
+#include "markers.h"
 #include "options.h"
 #include "program.h"
 #include "screenshot.h"
@@ -232,6 +233,7 @@ void ConnectEditor(Program& App, GLWaveEdit& Editor, PointerInput& Pointer)
         SDL_PushEvent(&wake);  // thread-safe
     };
     Editor.EnableEditHistory(App.Settings.HistoryCapBytes);
+    ConnectMarkers(App, Editor);
     Editor.IsPreloadingProvider = [&App] { return App.Work.IsOpening(); };
     Editor.PreloadProgressProvider = [&App] { return App.Work.OpenProgress(); };
     Editor.SignalEditActionRequested.connect([&App](std::string Action, double, double) {

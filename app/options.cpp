@@ -47,6 +47,10 @@ const std::vector<OptionHelp>& OptionTable()
         {"--dc, --reverse", "", "remove the DC offset; reverse", OptionGroup::Batch},
         {"--highpass", "HZ", "high-pass filter at HZ (rumble: 80)", OptionGroup::Batch},
         {"--trim-silence", "DBFS", "remove what stays under DBFS at the start and end", OptionGroup::Batch},
+        {"--markers", "FILE", "add the markers and regions of a label file\n(start<TAB>end<TAB>name in seconds)",
+         OptionGroup::Batch},
+        {"--add-marker", "SEC NAME", "add a marker named NAME at SEC seconds", OptionGroup::Batch},
+        {"--export-markers", "FILE", "write the markers and regions as a label file", OptionGroup::Batch},
         {"--save", "OUT", saveHelp.c_str(), OptionGroup::Batch},
         {"--rate", "HZ", "sample rate of the saved file", OptionGroup::Batch},
         {"--channels", "1|2", "mono or stereo", OptionGroup::Batch},
@@ -121,6 +125,17 @@ bool ParseOptions(int Argc, char** Argv, Options& Out, std::string& OutError)
             }
             Out.Steps.back().B = a;
             c.At += 1;
+        }
+        else if ((arg == "--markers" || arg == "--export-markers") && c.Has(1))
+        {
+            Out.Steps.push_back({arg == "--markers" ? BatchStep::ImportMarkers : BatchStep::ExportMarkers, 0.0, 0.0,
+                                 c.Arg(1)});
+            c.At += 1;
+        }
+        else if (arg == "--add-marker" && c.Has(2) && ParseNumber(c.Arg(1), a) && a >= 0.0)
+        {
+            Out.Steps.push_back({BatchStep::AddMarker, a, 0.0, c.Arg(2)});
+            c.At += 2;
         }
         else if (arg == "--save" && c.Has(1))
         {

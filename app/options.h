@@ -18,6 +18,9 @@ struct BatchStep
         Effect,  // the effect Path names, with A and B as the editor takes them
         FadeIn,  // the first A seconds
         FadeOut, // the last A seconds
+        ImportMarkers,  // the label file Path
+        AddMarker,      // at A seconds, named Path
+        ExportMarkers,  // to the label file Path
     };
     Kind What = Select;
     double A = 0.0;

@@ -133,6 +133,9 @@ void JournalLastEdit(Program& App);
 bool ReplayJournalEntry(GLWaveEdit& Editor, const JournalEntry& Entry);
 // Journals an effect just applied to the active document, over Span.
 void JournalEffect(Program& App, const GLWaveEdit::Effect& What, const GLWaveEdit::EffectSpan& Span);
+// Journals a change of one of the active document's markers (Kind as
+// GLWaveEdit::SignalMarkerChanged gives it).
+void JournalMarkerChange(Program& App, const std::string& Kind, const GLWaveEdit::Marker& What);
 // Asks, for each journal a crashed run left (only those of OpenedPath when
 // given), whether to restore it.
 void OfferRestores(Program& App, const std::string& OpenedPath = "");

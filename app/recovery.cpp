@@ -92,6 +92,11 @@ std::string EntryLine(const JournalEntry& Entry)
         line["b"] = Entry.EffectB;
         line["whole"] = Entry.bWhole;
     }
+    if (Entry.Kind.rfind("marker-", 0) == 0)
+    {
+        line["marker"] = Entry.MarkerId;
+        line["name"] = Entry.MarkerName;
+    }
     return line.dump() + "\n";
 }
 
@@ -158,6 +163,8 @@ bool Journal::Read(const std::string& Path, FoundJournal& Out)
         entry.EffectA = item.value("a", 0.0);
         entry.EffectB = item.value("b", 0.0);
         entry.bWhole = item.value("whole", false);
+        entry.MarkerId = item.value("marker", uint64_t(0));
+        entry.MarkerName = item.value("name", std::string());
         const size_t inserted = item.value("inserted", size_t(0));
         if (inserted > 0)
         {

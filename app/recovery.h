@@ -31,7 +31,7 @@
 
 struct JournalEntry
 {
-    std::string Kind;  // cut, delete, gain, paste, undo, redo, effect
+    std::string Kind;  // cut, delete, gain, paste, undo, redo, effect, marker-add, marker-set, marker-remove
     int64_t StartFrame = 0;
     int64_t EndFrame = 0;
     double Percent = 0.0;
@@ -45,6 +45,10 @@ struct JournalEntry
     double EffectA = 0.0;
     double EffectB = 0.0;
     bool bWhole = false;
+    // Kinds "marker-...": which marker, and its name; its frames are
+    // StartFrame and EndFrame (equal for a marker, a region's span otherwise).
+    uint64_t MarkerId = 0;
+    std::string MarkerName;
 };
 
 // An open journal file and the lock on it; closing releases the lock.

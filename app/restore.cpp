@@ -172,6 +172,8 @@ void JournalLastEdit(Program& App)
 
 bool ReplayJournalEntry(GLWaveEdit& Editor, const JournalEntry& Entry)
 {
+    if (Entry.Kind.rfind("marker-", 0) == 0)
+        return Editor.ReplayMarkerChange(Entry.Kind, {Entry.MarkerId, Entry.StartFrame, Entry.EndFrame, Entry.MarkerName});
     const bool applied =
         Entry.Kind == "effect"
             ? Editor.ApplyEffectToFrames({Entry.Effect, Entry.EffectA, Entry.EffectB},
@@ -196,6 +198,19 @@ void JournalEffect(Program& App, const GLWaveEdit::Effect& What, const GLWaveEdi
     entry.EffectA = What.A;
     entry.EffectB = What.B;
     entry.bWhole = Span.bWhole;
+    const uint64_t id = editor.DocumentIdAt(editor.ActiveDocument());
+    App.Recovery.Record(id, JournalBase(App.Docs.Info(id)), std::move(entry));
+}
+
+void JournalMarkerChange(Program& App, const std::string& Kind, const GLWaveEdit::Marker& What)
+{
+    GLWaveEdit& editor = *App.pEditor;
+    JournalEntry entry;
+    entry.Kind = Kind;
+    entry.StartFrame = What.StartFrame;
+    entry.EndFrame = What.EndFrame;
+    entry.MarkerId = What.Id;
+    entry.MarkerName = What.Name;
     const uint64_t id = editor.DocumentIdAt(editor.ActiveDocument());
     App.Recovery.Record(id, JournalBase(App.Docs.Info(id)), std::move(entry));
 }

@@ -40,7 +40,7 @@ void Session::Prune(const GLWaveEdit& Editor)
 bool Session::IsModified(const GLWaveEdit& Editor, uint64_t Id) const
 {
     const DocumentInfo* info = Find(Id);
-    return Editor.EditStateIdOf(Id) != (info ? info->SavedStateId : 0);
+    return Editor.EditStateIdOf(Id) != (info ? info->SavedStateId : 0) || (info && info->bMarkersChanged);
 }
 
 std::vector<uint64_t> Session::ModifiedIds(const GLWaveEdit& Editor) const

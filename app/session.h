@@ -38,6 +38,7 @@ struct DocumentInfo
     bool bToldChangedOnDisk = false;
     SourceFormat Source;        // what the file was, for saving it back so
     SaveFormat Save;            // what Ctrl+S writes: the source's format, or the last one chosen
+    bool bMarkersChanged = false;  // markers added, moved, renamed or removed since opened or saved
 };
 
 class Session

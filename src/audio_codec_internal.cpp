@@ -18,6 +18,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <iterator>
@@ -255,6 +256,7 @@ struct EncodeRequest
     int BitrateKbps;
     const std::map<std::string, std::string>& Tags;
     int SampleBits;
+    const std::vector<TimedMarker>& Markers;  // chapters, where the container is not WAV
 };
 
 // The FFmpeg objects of one file, declared in the order of their making and
@@ -287,7 +289,7 @@ public:
     {
         InputChannels = Request.Channels;
         OutputFd = Fd;
-        return OpenMuxer(Request.Format) && OpenEncoder(Request) && OpenStream(Request.Tags) &&
+        return OpenMuxer(Request.Format) && OpenEncoder(Request) && OpenStream(Request.Tags, Request.Markers) &&
                OpenResampler(Request.SampleRate) && AllocateBuffers();
     }
 
@@ -437,7 +439,7 @@ private:
         }
     }
 
-    bool OpenStream(const std::map<std::string, std::string>& Tags)
+    bool OpenStream(const std::map<std::string, std::string>& Tags, const std::vector<TimedMarker>& Markers)
     {
         pStream = avformat_new_stream(pOutput, nullptr);
         if (!pStream)
@@ -446,7 +448,7 @@ private:
         if (parameterResult < 0)
             return Fail("Failed to describe the audio stream", parameterResult);
         pStream->time_base = pEncoder->time_base;
-        if (!SetTags(Tags) || !OpenOutput())
+        if (!SetTags(Tags) || !SetChapters(Markers) || !OpenOutput())
             return false;
         const int headerResult = avformat_write_header(pOutput, nullptr);
         if (headerResult < 0)
@@ -465,6 +467,57 @@ private:
             const int result = av_dict_set(&pOutput->metadata, key.c_str(), value.c_str(), 0);
             if (result < 0)
                 return Fail("Failed to set the tag \"" + key + "\"", result);
+        }
+        return true;
+    }
+
+    // Chapters go on the container before its header, in milliseconds, the
+    // finest step that ID3 CHAP and the Vorbis comments hold. WAV has none:
+    // its cue points are written after the muxer is done. FLAC and Ogg
+    // muxers write no chapters, so they go as the CHAPTERnnn comments that
+    // FFmpeg's demuxers read back as chapters. A chapter track starts at 0:
+    // an unnamed chapter fills the time before the first marker.
+    bool SetChapters(const std::vector<TimedMarker>& Markers)
+    {
+        const std::string muxer = pOutput->oformat->name;
+        if (muxer == "wav" || Markers.empty())
+            return true;
+        if (muxer == "flac" || muxer == "ogg" || muxer == "opus")
+        {
+            for (size_t i = 0; i < Markers.size(); ++i)
+            {
+                const int64_t ms = std::llround(Markers[i].StartSec * 1000.0);
+                char key[32];
+                char time[48];
+                std::snprintf(key, sizeof(key), "CHAPTER%03zu", i + 1);
+                std::snprintf(time, sizeof(time), "%02lld:%02lld:%02lld.%03lld", static_cast<long long>(ms / 3600000),
+                              static_cast<long long>(ms / 60000 % 60), static_cast<long long>(ms / 1000 % 60),
+                              static_cast<long long>(ms % 1000));
+                if (av_dict_set(&pOutput->metadata, key, time, 0) < 0 ||
+                    av_dict_set(&pOutput->metadata, (std::string(key) + "NAME").c_str(), Markers[i].Name.c_str(), 0) < 0)
+                    return Fail("Failed to write the chapters", AVERROR(ENOMEM));
+            }
+            return true;
+        }
+        std::vector<TimedMarker> chapters = Markers;
+        if (muxer == "ipod" && chapters.front().StartSec > 0.0)
+            chapters.insert(chapters.begin(), TimedMarker{0.0, chapters.front().StartSec, std::string()});
+        for (size_t i = 0; i < chapters.size(); ++i)
+        {
+            AVChapter* chapter = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
+            if (!chapter || av_dynarray_add_nofree(&pOutput->chapters, reinterpret_cast<int*>(&pOutput->nb_chapters),
+                                                   chapter) < 0)
+            {
+                av_free(chapter);
+                return Fail("Failed to add the chapters", AVERROR(ENOMEM));
+            }
+            chapter->id = static_cast<int64_t>(i + 1);
+            chapter->time_base = AVRational{1, 1000};
+            chapter->start = std::llround(chapters[i].StartSec * 1000.0);
+            chapter->end = std::llround(chapters[i].EndSec * 1000.0);
+            const int result = av_dict_set(&chapter->metadata, "title", chapters[i].Name.c_str(), 0);
+            if (result < 0)
+                return Fail("Failed to name a chapter", result);
         }
         return true;
     }
@@ -691,7 +744,8 @@ bool EncodeFile(const std::string& Path, const float* pSamples, size_t SampleCou
                                 conversion.OutputChannels,
                                 Options.BitrateKbps,
                                 Options.Tags,
-                                Options.SampleBits};
+                                Options.SampleBits,
+                                Options.Markers};
     bool ok = session.Open(request, file.Descriptor());
     if (ok && bConverted)
     {
@@ -703,6 +757,9 @@ bool EncodeFile(const std::string& Path, const float* pSamples, size_t SampleCou
         OutError = session.Error();
         return false;
     }
+    if (!Options.Markers.empty() && std::strcmp(pFormat->MuxerName, "wav") == 0 &&
+        !AppendWavCues(file.Descriptor(), conversion.OutputRateHz, Options.Markers, OutError))
+        return false;
     // The last moment a cancel can keep the old file.
     if (watch.Cancelled())
     {

@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "marker_files.h"
+
 struct EncodeOptions
 {
     // For the lossy formats: 0 or less means 192, other values are held to
@@ -50,6 +52,10 @@ struct EncodeOptions
     // Writes through a hidden named temporary even where the filesystem has
     // unnamed files: for tests, and filesystems that misreport O_TMPFILE.
     bool bNamedTemporaryOnly = false;
+    // Markers and regions, by time: cue points with their names in .wav,
+    // chapters elsewhere (ID3 CHAP in .mp3, a chapter track in .m4a,
+    // CHAPTERnnn comments in .ogg, .opus and .flac).
+    std::vector<TimedMarker> Markers;
 };
 
 // Samples points to SampleCount interleaved floats, SampleRate frames per

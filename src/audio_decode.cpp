@@ -199,6 +199,25 @@ void AddTags(const AVDictionary* Metadata, std::map<std::string, std::string>& O
         OutTags.emplace(Lowered(entry->key), entry->value);
 }
 
+void AddChapters(const AVFormatContext* Format, std::vector<TimedMarker>& Out)
+{
+    for (unsigned int i = 0; i < Format->nb_chapters; ++i)
+    {
+        const AVChapter* chapter = Format->chapters[i];
+        const AVDictionaryEntry* title = av_dict_get(chapter->metadata, "title", nullptr, 0);
+        // What a chapter track needs before the first marker: no marker of its own.
+        if (chapter->start == 0 && title && !*title->value)
+            continue;
+        TimedMarker m;
+        m.StartSec = std::max(0.0, static_cast<double>(chapter->start) * av_q2d(chapter->time_base));
+        m.EndSec = chapter->end == AV_NOPTS_VALUE
+                       ? m.StartSec
+                       : std::max(m.StartSec, static_cast<double>(chapter->end) * av_q2d(chapter->time_base));
+        m.Name = title ? title->value : "Chapter " + std::to_string(i + 1);
+        Out.push_back(std::move(m));
+    }
+}
+
 // What the samples were: the decoder's sample format, the depth the file
 // states (a 24-bit WAV or FLAC decodes to 32-bit samples), lossy or not.
 void DescribeSampleFormat(const DecodeSession& Session, DecodedAudio& Out)
@@ -241,6 +260,7 @@ void DescribeSource(const DecodeSession& Session, DecodedAudio& Out)
         Out.SourceDurationSec = static_cast<double>(Session.Format->duration) / AV_TIME_BASE;
     AddTags(Session.Format->metadata, Out.Tags);
     AddTags(stream->metadata, Out.Tags);
+    AddChapters(Session.Format, Out.Markers);
     DescribeSampleFormat(Session, Out);
 }
 

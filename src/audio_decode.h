@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "audio_decode_core.h"
+#include "marker_files.h"
 
 struct DecodedAudio
 {
@@ -53,6 +54,10 @@ struct DecodedAudio
     // Container and stream tags, keys lower-cased: title, artist, album, track,
     // date, comment and whatever else the file carries. The container's win.
     std::map<std::string, std::string> Tags;
+    // The chapters FFmpeg reports for the file, by time: a chapter that ends
+    // where it starts is a marker. (A WAV file's cue points are not among
+    // them: ReadWavCues in marker_files.h reads those.)
+    std::vector<TimedMarker> Markers;
 };
 
 // 6 GiB of float is 4.7 hours at 48000 Hz stereo: beyond any file the editor

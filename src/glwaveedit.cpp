@@ -261,6 +261,7 @@ void GLWaveEdit::CloseDocument(int Index)
         StoreActiveDocument();
     StopPlayback();
     HistoryForgetDocument(DocumentIds[static_cast<size_t>(Index)]);
+    MarkersForgetDocument(DocumentIds[static_cast<size_t>(Index)]);
     Documents.erase(Documents.begin() + Index);
     DocumentIds.erase(DocumentIds.begin() + Index);
 

@@ -38,7 +38,8 @@
 //                     (glwaveedit_adopt.cpp), edit history (glwaveedit_history.cpp),
 //                     replaying journalled edits (glwaveedit_replay.cpp),
 //                     looped playback (glwaveedit_loop.cpp),
-//                     effects (glwaveedit_effects.cpp)
+//                     effects (glwaveedit_effects.cpp),
+//                     markers and regions (glwaveedit_markers.cpp)
 //   Render side       Render, PlayPositionText, NiceTimeStep, FormatTimeLabel
 //                     (glwaveedit_render.cpp, drawing only); the waveform
 //                     data it draws, the per-document summaries and the
@@ -268,6 +269,8 @@ private:
     uint64_t NextDocumentId = 1;
     struct EditHistory;                         // glwaveedit_history.cpp
     std::shared_ptr<EditHistory> pEditHistory;  // null: no history (the default)
+    struct MarkerStore;                         // glwaveedit_markers.cpp
+    std::shared_ptr<MarkerStore> pMarkers;      // null: no markers (the default)
 
 public:
     // --- Lifecycle ---
@@ -588,6 +591,49 @@ public:
     bool EffectGains(const Effect& What, const EffectSpan& Span, std::vector<float>& Gains,
                      std::string* ErrorMessage = nullptr) const;
 
+    // --- Extensions: markers and regions (glwaveedit_markers.cpp) ---
+    // Off by default: with them off nothing is kept and nothing a host sees
+    // changes. On, each document has its own markers (a frame and a name) and
+    // regions (a span of frames and a name); they end with their tab. They
+    // follow the edits: a cut or delete before one moves it back, one inside
+    // the removed frames goes (a region is clipped, and goes once nothing of
+    // it is left), an insertion before one moves it on. An edit that keeps
+    // its length (gain, most effects) overwrites in place and moves nothing.
+    // Undo and redo bring back what an edit moved or removed, exactly.
+    struct Marker
+    {
+        uint64_t Id = 0;         // stable within its document, never reused there
+        int64_t StartFrame = 0;  // the marker's frame, or the region's first
+        int64_t EndFrame = 0;    // == StartFrame for a marker; a region's end, exclusive
+        std::string Name;
+        bool IsRegion() const { return EndFrame > StartFrame; }
+        bool operator==(const Marker& Other) const
+        {
+            return Id == Other.Id && StartFrame == Other.StartFrame && EndFrame == Other.EndFrame &&
+                   Name == Other.Name;
+        }
+    };
+    void EnableMarkers(bool bOn);  // off drops the markers of every document
+    bool AreMarkersEnabled() const;
+    // The active document's markers and regions by start, then end, then id;
+    // empty while off. Valid until the next change of markers, edit or tab.
+    const std::vector<Marker>& ActiveMarkers() const;
+    std::vector<Marker> MarkersOf(uint64_t DocumentId) const;  // any tab's, by its id
+    // Adds a marker (EndFrame <= StartFrame) or a region to the active
+    // document, clamped to its frames; an empty name gets the next default
+    // ("Marker 3", "Region 2"). The new id, or 0 while off or without audio.
+    uint64_t AddMarker(int64_t StartFrame, int64_t EndFrame, const std::string& Name = std::string());
+    // Moves or renames one (a marker stays a marker); false if no such id.
+    bool SetMarker(uint64_t Id, int64_t StartFrame, int64_t EndFrame, const std::string& Name);
+    bool RemoveMarker(uint64_t Id);
+    // A journalled change repeated with the id it had: Kind "marker-add",
+    // "marker-set" or "marker-remove". False when it does not apply.
+    bool ReplayMarkerChange(const std::string& Kind, const Marker& What);
+    // Each add, set and remove of a marker made through the calls above (not
+    // the moves that edits, undo and redo make, which follow the edit): the
+    // kind as ReplayMarkerChange takes it and the marker as it now is.
+    Signal<std::string, Marker> SignalMarkerChanged;
+
 private:
     // Called by every edit just before it changes the frames as Edit says:
     // keeps Edit for LastEdit and hands it to the history's hook.
@@ -600,6 +646,19 @@ private:
     mutable std::shared_ptr<EffectAnalysis> pEffectAnalysis;  // the last measurement, with what it measured
     uint64_t FramesRevision = 0;  // bumped with every change of the frames (InvalidateWaveCaches)
     void HistoryForgetDocument(uint64_t DocumentId);
+    // What an edit, undo or redo did to markers beyond what its reverse
+    // undoes by itself, kept in the edit's history step.
+    struct MarkerEditRecord;
+    // The active document's markers follow an edit that replaces
+    // RemovedFrames frames at StartFrame with InsertedFrames others; what the
+    // reverse could not restore comes back for the step. Null while off.
+    std::shared_ptr<MarkerEditRecord> MarkersFollowEdit(int64_t StartFrame, int64_t RemovedFrames,
+                                                        int64_t InsertedFrames);
+    // Undo or redo of such an edit: the markers follow it, Held's are put
+    // back, and Held becomes what the next swap of the step puts back.
+    void MarkersSwapEdit(std::shared_ptr<MarkerEditRecord>& Held, int64_t StartFrame, int64_t RemovedFrames,
+                         int64_t InsertedFrames);
+    void MarkersForgetDocument(uint64_t DocumentId);
 
 public:
     // --- Render side ---

@@ -36,6 +36,7 @@ struct GLWaveEdit::EditHistory
         int64_t OldFrames = 0;     // length of the region before the edit
         int64_t NewFrames = 0;     // length of the region after it
         std::vector<float> Held;   // applied: the old region; undone: the new one
+        std::shared_ptr<MarkerEditRecord> Markers;  // what the markers need back; null: nothing
         ViewAndSelection Before;   // what the edit had, brought back by undo
         ViewAndSelection After;    // what undo found, brought back by redo
         size_t Bytes() const { return Held.capacity() * sizeof(float); }
@@ -154,6 +155,9 @@ const GLWaveEdit::EditRecord& GLWaveEdit::LastEdit() const
 // it removes, a paste the clipboard's); the step keeps the removed ones.
 void GLWaveEdit::HistoryBeforeChange(const EditRecord& Edit)
 {
+    // Markers follow every edit, kept in the history or not.
+    std::shared_ptr<MarkerEditRecord> markerRecord =
+        MarkersFollowEdit(Edit.StartFrame, Edit.RemovedFrames, Edit.InsertedFrames);
     const int64_t oldEndFrame = Edit.StartFrame + Edit.RemovedFrames;
     const uint64_t documentId = ActiveDocumentId();
     if (!pEditHistory || documentId == 0 || PcmChannels <= 0)
@@ -183,6 +187,7 @@ void GLWaveEdit::HistoryBeforeChange(const EditRecord& Edit)
     LargeBuffer::AssignFloats(step.Held, PcmFrames.data() + Edit.StartFrame * PcmChannels,
                               PcmFrames.data() + oldEndFrame * PcmChannels);
     step.Before = {ViewStartSec, ViewEndSec, SelectionStartValueSec, SelectionEndValueSec, true};
+    step.Markers = std::move(markerRecord);
     history.TotalBytes += step.Bytes();
     doc.Steps.push_back(std::move(step));
     doc.Applied = doc.Steps.size();
@@ -235,6 +240,7 @@ bool GLWaveEdit::Undo()
     SwapRegion(PcmFrames, PcmChannels, step.StartFrame, step.NewFrames, step.Held);
     history.TotalBytes += step.Bytes();
     --doc.Applied;
+    MarkersSwapEdit(step.Markers, step.StartFrame, step.NewFrames, step.OldFrames);
     NoteFramesChanged(step.StartFrame, step.OldFrames == step.NewFrames ? step.StartFrame + step.OldFrames : -1);
     DurationSec = static_cast<double>(PcmFrames.size() / static_cast<size_t>(PcmChannels)) / PcmSampleRate;
 
@@ -264,6 +270,7 @@ bool GLWaveEdit::Redo()
     SwapRegion(PcmFrames, PcmChannels, step.StartFrame, step.OldFrames, step.Held);
     history.TotalBytes += step.Bytes();
     ++doc.Applied;
+    MarkersSwapEdit(step.Markers, step.StartFrame, step.OldFrames, step.NewFrames);
     NoteFramesChanged(step.StartFrame, step.OldFrames == step.NewFrames ? step.StartFrame + step.NewFrames : -1);
     DurationSec = static_cast<double>(PcmFrames.size() / static_cast<size_t>(PcmChannels)) / PcmSampleRate;
 

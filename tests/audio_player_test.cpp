@@ -255,7 +255,8 @@ TEST(AudioPlayer, AnotherSpeedKeepsPitchAndDocumentTime)
     const double advanced = player->CurrentSeconds() - 1.0;
     const double wall = SecondsSince(started);
     EXPECT_GT(advanced, 2.0 * wall * 0.75 - 0.1);  // at 1 it would be about wall
-    EXPECT_LE(advanced, 2.0 * wall + 2 * kBlockSec);
+    // What the stretcher holds is an estimate of its latency: within 0.1 s.
+    EXPECT_LE(advanced, 2.0 * wall + 0.1);
     player->SetSpeed(1.0);
     EXPECT_EQ(player->Speed(), 1.0);
 }

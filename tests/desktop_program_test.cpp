@@ -216,6 +216,26 @@ TEST_F(DesktopProgram, FramesAreDrawnWhileAnHourLongFileLoads)
     EXPECT_TRUE(run.WaitForTitle("hour.mp3", 60.0));
 }
 
+TEST(BatchMode, MarkersOfALabelFileFollowACutIntoTheSavedWavAndTheExportedLabels)
+{
+    const std::string source = MakeFfmpegFixture("marked.wav", "-f lavfi -i sine=f=440:d=4 -ac 2 -ar 48000");
+    ASSERT_FALSE(source.empty());
+    const std::string labels = ScratchPath("marked-in.txt");
+    const std::string outLabels = ScratchPath("marked-out.txt");
+    const std::string out = ScratchPath("marked-cut.wav");
+    fs::remove(out);
+    WriteFileBytes(labels, "1.000000\t1.000000\tOne\n2.000000\t3.000000\tTwo\n");
+    ASSERT_EQ(RunShell("'" + kProgram + "' '" + source + "' --markers '" + labels + "' --add-marker 0.25 'Early on'" +
+                       " --select 0.5 1.5 --cut --export-markers '" + outLabels + "' --save '" + out + "'"),
+              0);
+    // The cut of 0.5..1.5 s takes "One" with it and moves "Two" back by 1 s.
+    EXPECT_EQ(ReadFileBytes(outLabels), "0.250000\t0.250000\tEarly on\n1.000000\t2.000000\tTwo\n");
+    // FFmpeg reads the saved file's cue points as chapters.
+    EXPECT_EQ(ShellOutput("ffprobe -v error -show_chapters -show_entries chapter=start_time:chapter_tags=title "
+                          "-of csv=p=0 '" + out + "'"),
+              "0.250000,Early on\n1.000000,Two\n");
+}
+
 TEST(BatchMode, TrimFadeAndLoudnessToMinus16AsFfmpegMeasuresTheSavedFile)
 {
     // Half a second of silence, then pink noise.
