@@ -9,6 +9,7 @@
 // has. The player takes its silent output.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -92,6 +93,44 @@ void BM_MemcpyOfAllFrames(benchmark::State& State)
         benchmark::DoNotOptimize(target.data());
     }
     State.SetBytesProcessed(State.iterations() * static_cast<int64_t>(source.size() * sizeof(float)));
+}
+
+// The plainest pass over the hour: its min and max, the anchor of what the
+// overview strip may cost after an edit (half of this).
+void BM_PlainScanOfAllFrames(benchmark::State& State)
+{
+    const auto& frames = Access::PcmFrames(Editor());
+    for (auto _ : State)
+    {
+        float low = 0.0f, high = 0.0f;
+        for (const float sample : frames)
+            low = std::min(low, sample), high = std::max(high, sample);
+        benchmark::DoNotOptimize(low);
+        benchmark::DoNotOptimize(high);
+    }
+}
+
+// The overview strip's 1200 columns after a 10 s cut from the middle: the
+// summary's update from the cut on and the fold of the columns. The cut and
+// the paste that puts the 10 s back (and its update) are not timed.
+void BM_OverviewAfterACut(benchmark::State& State)
+{
+    GLWaveEdit& editor = Editor();
+    std::vector<float> columns;
+    CopyTenSeconds(editor);
+    editor.OverviewColumns(1200, columns);
+    for (auto _ : State)
+    {
+        State.PauseTiming();
+        SelectTenSecondsInTheMiddle(editor);
+        editor.RequestCutSelection();
+        State.ResumeTiming();
+        benchmark::DoNotOptimize(editor.OverviewColumns(1200, columns));
+        State.PauseTiming();
+        PasteAtTheMiddle(editor);
+        editor.OverviewColumns(1200, columns);
+        State.ResumeTiming();
+    }
 }
 
 // --- Edits ---
@@ -330,6 +369,8 @@ BENCHMARK_CAPTURE(BM_EffectOnTenSeconds, fade, "fade-in")->Unit(benchmark::kMill
 BENCHMARK_CAPTURE(BM_EffectOnTenSeconds, silence, "silence")->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK_CAPTURE(BM_EffectOnTenSeconds, reverse, "reverse")->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_MemcpyOfAllFrames)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_PlainScanOfAllFrames)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_OverviewAfterACut)->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_GainOnTheWholeDocument)->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK_CAPTURE(BM_RemoveTenSecondsFromTheMiddle, cut, &GLWaveEdit::RequestCutSelection)
     ->Unit(benchmark::kMillisecond)

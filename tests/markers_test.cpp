@@ -189,19 +189,6 @@ TEST(Markers, FollowRandomEditsAsTheirFramesDoAndUndoRedoGiveEveryStateBack)
 
 namespace
 {
-std::string Shell(const std::string& Command)
-{
-    std::string out;
-    if (FILE* pipe = popen(Command.c_str(), "r"))
-    {
-        char buffer[4096];
-        size_t got = 0;
-        while ((got = fread(buffer, 1, sizeof(buffer), pipe)) > 0)
-            out.append(buffer, got);
-        pclose(pipe);
-    }
-    return out;
-}
 
 uint32_t Le32(const std::string& Bytes, size_t At)
 {
@@ -283,7 +270,7 @@ TEST(Markers, LabelFilesCuePointsAndChaptersCarryThemToOtherTools)
         const std::string lossless = std::string(extension) == ".wav" || std::string(extension) == ".flac"
                                          ? "2.000000"
                                          : "";
-        EXPECT_EQ(Shell("ffprobe -v error -select_streams a:0 -show_entries stream=codec_type,duration -of csv=p=0 '" +
+        EXPECT_EQ(ShellOutput("ffprobe -v error -select_streams a:0 -show_entries stream=codec_type,duration -of csv=p=0 '" +
                         path + "'").substr(0, 5 + !lossless.empty() + lossless.size()),
                   "audio" + (lossless.empty() ? "" : "," + lossless))
             << extension;
@@ -300,7 +287,7 @@ TEST(Markers, LabelFilesCuePointsAndChaptersCarryThemToOtherTools)
         }
         // Chapters hold milliseconds; ffprobe and the decoder agree on them.
         const std::string probed =
-            Shell("ffprobe -v error -show_chapters -show_entries chapter=start_time:chapter_tags=title -of csv=p=0 '" +
+            ShellOutput("ffprobe -v error -show_chapters -show_entries chapter=start_time:chapter_tags=title -of csv=p=0 '" +
                 path + "'");
         // A chapter track starts at 0: the time before the first marker is an unnamed chapter.
         EXPECT_EQ(probed, std::string(std::string(extension) == ".m4a" ? "0.000000,\n" : "") +
