@@ -84,6 +84,19 @@ struct GLWaveEdit::EffectAnalysis
     LoudnessFigures Loudness;
     std::vector<float> SamplePeaks;  // per channel
 
+    // An empty analysis of Span as the editor's frames are now: what Describes checks.
+    static std::shared_ptr<EffectAnalysis> Of(const GLWaveEdit& Editor, const EffectSpan& Span)
+    {
+        auto analysis = std::make_shared<EffectAnalysis>();
+        analysis->DocumentId = Editor.ActiveDocumentId();
+        analysis->Revision = Editor.FramesRevision;
+        analysis->Data = Editor.PcmFrames.data();
+        analysis->Size = Editor.PcmFrames.size();
+        analysis->StartFrame = Span.StartFrame;
+        analysis->EndFrame = Span.EndFrame;
+        return analysis;
+    }
+
     bool Describes(const GLWaveEdit& Editor, const EffectSpan& Span) const
     {
         return DocumentId == Editor.ActiveDocumentId() && Revision == Editor.FramesRevision &&
@@ -120,13 +133,7 @@ bool GLWaveEdit::MeasureEffectSpan(const EffectSpan& Span, LoudnessFigures& Out,
                                               pEffectProgress);
     if (!error.empty())
         return fail(error);
-    auto analysis = std::make_shared<EffectAnalysis>();
-    analysis->DocumentId = ActiveDocumentId();
-    analysis->Revision = FramesRevision;
-    analysis->Data = PcmFrames.data();
-    analysis->Size = PcmFrames.size();
-    analysis->StartFrame = Span.StartFrame;
-    analysis->EndFrame = Span.EndFrame;
+    auto analysis = EffectAnalysis::Of(*this, Span);
     analysis->bHasLoudness = true;
     analysis->Loudness = Out;
     pEffectAnalysis = std::move(analysis);
@@ -179,13 +186,7 @@ bool GLWaveEdit::EffectGains(const Effect& What, const EffectSpan& Span, std::ve
             if (!WorkGoesOn(pEffectProgress, block))
                 return fail(WorkCancelledMessage());
         }
-        auto analysis = std::make_shared<EffectAnalysis>();
-        analysis->DocumentId = ActiveDocumentId();
-        analysis->Revision = FramesRevision;
-        analysis->Data = PcmFrames.data();
-        analysis->Size = PcmFrames.size();
-        analysis->StartFrame = Span.StartFrame;
-        analysis->EndFrame = Span.EndFrame;
+        auto analysis = EffectAnalysis::Of(*this, Span);
         analysis->SamplePeaks = peaks;
         pEffectAnalysis = std::move(analysis);
     }
