@@ -131,6 +131,13 @@ void Ask(Program& App, const FoundJournal& Found)
     };
     App.Prompts.Ask(std::move(question));
 }
+
+// Appends Entry to the journal of the document on screen.
+void RecordForActiveDocument(Program& App, JournalEntry&& Entry)
+{
+    const uint64_t id = App.pEditor->DocumentIdAt(App.pEditor->ActiveDocument());
+    App.Recovery.Record(id, JournalBase(App.Docs.Info(id)), std::move(Entry));
+}
 }  // namespace
 
 JournalEntry JournalEntryOfLastEdit(const GLWaveEdit& Editor)
@@ -166,8 +173,7 @@ void JournalLastEdit(Program& App)
     JournalEntry entry = JournalEntryOfLastEdit(editor);
     if (entry.Kind.empty())
         return;
-    const uint64_t id = editor.DocumentIdAt(editor.ActiveDocument());
-    App.Recovery.Record(id, JournalBase(App.Docs.Info(id)), std::move(entry));
+    RecordForActiveDocument(App, std::move(entry));
 }
 
 bool ReplayJournalEntry(GLWaveEdit& Editor, const JournalEntry& Entry)
@@ -198,21 +204,18 @@ void JournalEffect(Program& App, const GLWaveEdit::Effect& What, const GLWaveEdi
     entry.EffectA = What.A;
     entry.EffectB = What.B;
     entry.bWhole = Span.bWhole;
-    const uint64_t id = editor.DocumentIdAt(editor.ActiveDocument());
-    App.Recovery.Record(id, JournalBase(App.Docs.Info(id)), std::move(entry));
+    RecordForActiveDocument(App, std::move(entry));
 }
 
 void JournalMarkerChange(Program& App, const std::string& Kind, const GLWaveEdit::Marker& What)
 {
-    GLWaveEdit& editor = *App.pEditor;
     JournalEntry entry;
     entry.Kind = Kind;
     entry.StartFrame = What.StartFrame;
     entry.EndFrame = What.EndFrame;
     entry.MarkerId = What.Id;
     entry.MarkerName = What.Name;
-    const uint64_t id = editor.DocumentIdAt(editor.ActiveDocument());
-    App.Recovery.Record(id, JournalBase(App.Docs.Info(id)), std::move(entry));
+    RecordForActiveDocument(App, std::move(entry));
 }
 
 void OfferRestores(Program& App, const std::string& OpenedPath)
